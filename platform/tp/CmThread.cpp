@@ -123,8 +123,10 @@ bool CCmLoopThread::RunOnce(int timeoutMs)
     if (m_queue.GetPendingEventsCount() > 0) wait = 0;
     else if (untilTimer >= 0 && (wait < 0 || untilTimer < wait)) wait = untilTimer;
     m_reactor.RunOnce(wait);
-    // Bounded per round so that timers and sockets are not starved by a flood of events.
-    m_queue.ProcessEvents(256);
+    // Bounded per round so that timers and sockets are not starved by a flood of events; a stop
+    // request takes effect between two events, and what is left is dropped unfired.
+    for (int i = 0; i < 256 && !GetStopFlag(); ++i)
+        if (m_queue.ProcessEvents(1) == 0) break;
     m_timers.CheckExpire();
     if (GetStopFlag()) {
         Finish();
