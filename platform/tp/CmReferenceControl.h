@@ -16,6 +16,16 @@ public:
 
     uint32_t AddReference() { return m_count.fetch_add(1, std::memory_order_relaxed) + 1; }
 
+    // Adds a reference only while the object is alive (count above zero): for lookups in a
+    // registry that may race with the last release. Returns false when it was already dying.
+    bool TryAddReference()
+    {
+        uint32_t n = m_count.load(std::memory_order_acquire);
+        while (n != 0)
+            if (m_count.compare_exchange_weak(n, n + 1, std::memory_order_acq_rel)) return true;
+        return false;
+    }
+
     uint32_t ReleaseReference()
     {
         uint32_t left = m_count.fetch_sub(1, std::memory_order_acq_rel) - 1;

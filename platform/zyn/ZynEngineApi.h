@@ -1,0 +1,105 @@
+// The simulated media engine: engine, session and track objects with numbered options.
+// Later it sends and receives real RTP; for now it keeps the state the session layer drives.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "mediasession/ZynDefines.h"
+
+class IZynMediaTrack;
+
+// What a session sends through; the media line implements it.
+class IZynMediaTransport {
+public:
+    virtual ~IZynMediaTransport() = default;
+    virtual int32_t GetTransportType() = 0;
+    virtual ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) = 0;
+    virtual ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) = 0;
+};
+
+enum ZynTrackKind : int32_t {
+    ZynTrack_AudioLocal = 0,
+    ZynTrack_AudioSlideLocal = 1,
+    ZynTrack_ExternalAudioLocal = 2,
+    ZynTrack_VideoLocal = 3,
+    ZynTrack_ExternalVideoLocal = 4,
+    ZynTrack_ScreenShareLocal = 5,
+    ZynTrack_RemoteAudio = 6,
+    ZynTrack_RemoteVideo = 7,
+    ZynTrack_RemoteScreenShare = 8,
+};
+
+// Option storage shared by sessions and tracks: any id, any size, read back as set.
+class IZynOptionHolder {
+public:
+    virtual ZynResult SetOption(int32_t id, const void* value, uint32_t size) = 0;
+    // size in: capacity of value; out: bytes stored. ZYN_E_NOTFOUND for an option never set,
+    // ZYN_E_INVALIDARG when the capacity is too small.
+    virtual ZynResult GetOption(int32_t id, void* value, uint32_t& size) = 0;
+
+protected:
+    virtual ~IZynOptionHolder() = default;
+};
+
+class IZynMediaTrack : public IZynUnknown, public IZynOptionHolder {
+public:
+    virtual ZynTrackKind GetKind() = 0;
+    virtual ZynResult SetLabel(uint32_t label) = 0;
+    virtual ZynResult GetLabel(uint32_t& label) = 0;
+    virtual ZynResult Start() = 0;
+    virtual ZynResult Stop() = 0;
+    virtual ZynResult Uninit() = 0;
+    virtual bool IsStarted() = 0;
+};
+
+class IZynMediaSession : public IZynUnknown, public IZynOptionHolder {
+public:
+    virtual ZynSessionType GetSessionType() = 0;
+    virtual ZynResult AddTrack(IZynMediaTrack* track) = 0;
+    virtual ZynResult RemoveTrack(IZynMediaTrack* track) = 0;
+    virtual uint32_t GetTrackCount() = 0;
+    virtual ZynResult SetTransport(IZynMediaTransport* transport) = 0;
+    virtual IZynMediaTransport* GetTransport() = 0;
+    virtual ZynResult StopSession(int32_t* out) = 0;
+    virtual ZynResult GetCSI(uint32_t label, uint32_t& csi) = 0;
+    virtual ZynResult UpdateCSI(uint32_t label, uint32_t csi) = 0;
+    virtual ZynResult Failover() = 0;
+};
+
+class IZynNetworkIndicator : public IZynUnknown {
+public:
+    // 0 (worst) to 100 (best) for direction 1 uplink, 2 downlink.
+    virtual int32_t GetNetworkIndex(int32_t direction) = 0;
+};
+
+class IZynMediaEngineInternal : public IZynUnknown, public IZynOptionHolder {
+public:
+    virtual uint32_t GetEngineId() = 0;
+    virtual bool IsExternalTransport() = 0;
+    virtual ZynResult CreateMediaSession(ZynSessionType type, IZynMediaSession** out) = 0;
+    virtual ZynResult CreateTrack(ZynTrackKind kind, IZynMediaTrack** out) = 0;
+    virtual ZynResult GetNetworkIndicator(IZynNetworkIndicator** out) = 0;
+    // Stops every session it made; objects stay valid until released.
+    virtual ZynResult Stop() = 0;
+    virtual bool IsStopped() = 0;
+};
+
+struct ZynEngineVersion {
+    uint32_t major, minor, patch, build;
+};
+
+// Library start and end, counted.
+ZynResult ZynInit(unsigned int option);
+ZynResult ZynUninit();
+int ZynInitCount();
+// reserved must be 0. The id names the engine instance (a call and its svs twin differ).
+ZynResult ZynCreateMediaEngineEx(IZynMediaEngineInternal** out, int reserved, uint32_t id, bool externalTransport);
+ZynResult ZynSetMediaEngineOption(int32_t id, const void* value, uint32_t size);
+ZynResult ZynGetMediaEngineOption(int32_t id, void* value, uint32_t& size);
+ZynEngineVersion ZynGetVersion();
+const char* ZynGetBuildInfo();
+bool ZynDeviceSupportCVOSend();
+bool ZynDeviceSupportCVORecv();
+// Engine objects alive now (engines, sessions, tracks, indicators): a leak check for tests.
+int ZynLiveObjectCount();
