@@ -88,6 +88,7 @@ bool SplitHostPort(std::string_view text, std::string& host, uint16_t& port, boo
         }
     }
     if (hostPart.empty() || hostPart.size() > 253) return false;
+    host = Lower(hostPart);
     if (portPart.empty()) return !portRequired;
     if (portPart.size() > 5) return false;
     unsigned value = 0;
@@ -96,7 +97,6 @@ bool SplitHostPort(std::string_view text, std::string& host, uint16_t& port, boo
         value = value * 10 + static_cast<unsigned>(c - '0');
     }
     if (value == 0 || value > 65535) return false;
-    host = Lower(hostPart);
     port = static_cast<uint16_t>(value);
     return true;
 }
