@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "util/CmSysInfo.h"
-#include "util/CmTick.h"
 
 namespace {
 
@@ -82,18 +81,6 @@ TEST(SysInfo, CpuUsageOverBusyInterval)
     CmCpuTimes times;
     ASSERT_EQ(CM_OK, get_system_cpu_times(times));
     EXPECT_GT(times.total, times.idle);
-}
-
-TEST(SysInfo, TickIsMonotonicMilliseconds)
-{
-    const uint64_t a = get_tick_count();
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    const uint64_t b = get_tick_count();
-    EXPECT_LE(a, b);
-    const uint64_t reference = static_cast<uint64_t>(ts.tv_sec) * 1000 + static_cast<uint64_t>(ts.tv_nsec) / 1000000;
-    EXPECT_LE(a, reference);
-    EXPECT_GE(b, reference);
 }
 
 }  // namespace
