@@ -1,0 +1,121 @@
+// MESSAGE-INTEGRITY (HMAC-SHA1), FINGERPRINT (CRC-32) and the long-term key (MD5).
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <zlib.h>
+
+#include <cstdlib>
+
+#include "codec_internal.h"
+#include "stunlib.h"
+
+namespace gatewalk {
+
+using namespace detail;
+
+namespace {
+
+// Longest "user:realm:password" text the key is made of. Longer texts are a caller bug (the parts are
+// bounded well below this), so the process stops rather than hash a truncated credential.
+constexpr size_t kMaxCredentialText = 896;
+
+template <size_t CopySize, class Msg>
+bool CheckIntegrity(const unsigned char* buffer, unsigned long length, const Msg* m, const unsigned char* key,
+                    int keyLength, uint16_t lengthField)
+{
+    if (!m->hasMessageIntegrity) {
+        std::fprintf(stderr, "<stunmsg> Missing integrity attribute\n");
+        return false;
+    }
+    unsigned int offset = m->integrity.offset;
+    if (buffer == nullptr || key == nullptr || keyLength < 0 || offset < STUN_HEADER_SIZE ||
+        offset + STUN_ATTR_HEADER_SIZE + STUN_SHA1_SIZE > length || offset > CopySize)
+        return false;
+    // The length field is patched in a copy, so the received bytes stay as they came.
+    uint8_t copy[CopySize];
+    std::memcpy(copy, buffer, offset);
+    Store16(copy + 2, lengthField);
+    uint8_t hash[STUN_SHA1_SIZE];
+    if (!HmacSha1(key, static_cast<unsigned int>(keyLength), copy, offset, hash)) return false;
+    return SameHash(hash, m->integrity.hash);
+}
+
+}  // namespace
+
+uint32_t stunlib_calculateFingerprint(const uint8_t* buffer, unsigned long length)
+{
+    uLong crc = crc32(0L, Z_NULL, 0);
+    // zlib takes 32-bit lengths per call; STUN messages are far below that.
+    crc = crc32(crc, buffer, static_cast<uInt>(length));
+    return static_cast<uint32_t>(crc) ^ STUN_FINGERPRINT_XOR;
+}
+
+bool stunlib_checkFingerPrint(const uint8_t* buffer, unsigned int valueOffset)
+{
+    if (buffer == nullptr || valueOffset < STUN_ATTR_HEADER_SIZE) return false;
+    return stunlib_calculateFingerprint(buffer, valueOffset - STUN_ATTR_HEADER_SIZE) == Load32(buffer + valueOffset);
+}
+
+void stunlib_createMD5Key(unsigned char* key, const char* userName, const char* realm, const char* password)
+{
+    char text[kMaxCredentialText + 1];
+    int n = std::snprintf(text, sizeof text, "%s:%s:%s", userName, realm, password);
+    if (n < 0 || static_cast<size_t>(n) > kMaxCredentialText) {
+        std::fprintf(stderr, "stunlib_createMD5Key: credentials longer than %zu bytes\n", kMaxCredentialText);
+        std::abort();
+    }
+    unsigned int size = 0;
+    EVP_Digest(text, static_cast<size_t>(n), key, &size, EVP_md5(), nullptr);
+    OPENSSL_cleanse(text, sizeof text);
+}
+
+namespace detail {
+
+bool HmacSha1(const uint8_t* key, unsigned int keyLength, const uint8_t* data, size_t length,
+              uint8_t out[STUN_SHA1_SIZE])
+{
+    unsigned int size = 0;
+    return HMAC(EVP_sha1(), key, static_cast<int>(keyLength), data, length, out, &size) != nullptr &&
+           size == STUN_SHA1_SIZE;
+}
+
+bool SameHash(const uint8_t* a, const uint8_t* b) { return CRYPTO_memcmp(a, b, STUN_SHA1_SIZE) == 0; }
+
+bool EncodeAtrIntegrity(Writer& w, const uint8_t* hash)
+{
+    if (w.Room() < STUN_ATTR_HEADER_SIZE + STUN_SHA1_SIZE) return false;
+    PutAtrHeader(w, STUN_ATTR_MessageIntegrity, STUN_SHA1_SIZE);
+    std::memcpy(w.pos, hash, STUN_SHA1_SIZE);
+    w.pos += STUN_SHA1_SIZE;
+    return true;
+}
+
+}  // namespace detail
+}  // namespace gatewalk
+
+namespace qlox_gatewalk {
+
+bool stunlib_checkIntegrity(const unsigned char* buffer, unsigned long length, StunMessage* message,
+                            unsigned char* key, int keyLength)
+{
+    // The sender's HMAC saw a length covering everything up to FINGERPRINT, including attributes
+    // behind MESSAGE-INTEGRITY (networkStatusResp); a verifier must patch in the same.
+    auto lengthField = static_cast<uint16_t>(message->msgHdr.length - (message->hasFingerPrint ? 8 : 0));
+    return CheckIntegrity<STUN_MAX_PACKET_SIZE>(buffer, length, message, key, keyLength, lengthField);
+}
+
+}  // namespace qlox_gatewalk
+
+namespace zyn_gatewalk {
+
+bool stunlib_checkIntegrity(const unsigned char* buffer, unsigned long length, StunMessage* message,
+                            unsigned char* key, int keyLength)
+{
+    // This profile's messages are at most 1056 bytes, and the length ends at MESSAGE-INTEGRITY
+    // (header offset + 24 bytes of attribute - 20 bytes of header), whatever follows it.
+    constexpr size_t kCopySize = 1056;
+    auto lengthField = static_cast<uint16_t>(message->integrity.offset + 4);
+    return CheckIntegrity<kCopySize>(buffer, length, message, key, keyLength, lengthField);
+}
+
+}  // namespace zyn_gatewalk
