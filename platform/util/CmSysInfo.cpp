@@ -279,7 +279,9 @@ CmResult CCmCpuUsageSampler::Sample(uint32_t& systemPercent, uint32_t& processPe
         const uint64_t busy = total > idle ? total - idle : 0;
         const uint64_t own = process > m_lastProcess ? process - m_lastProcess : 0;
         systemPercent = static_cast<uint32_t>(busy * 100 / total);
-        processPercent = static_cast<uint32_t>(std::min<uint64_t>(own * 100 / total, 100));
+        // The process's time is exact while /proc/stat is counted per tick, so over a short interval
+        // the process can appear busier than the machine; it is part of it, so it is capped there.
+        processPercent = static_cast<uint32_t>(std::min<uint64_t>(own * 100 / total, systemPercent));
     }
     m_started = true;
     m_lastSystem = system;

@@ -67,16 +67,16 @@ TEST(SysInfo, CpuUsageOverBusyInterval)
 
     uint64_t ownBefore = 0, ownAfter = 0;
     ASSERT_EQ(CM_OK, get_process_cpu_times(ownBefore));
-    // Spin until the kernel has charged us at least two ticks, so the interval is not empty.
+    // Burn at least five ticks of CPU, so the interval holds real work whatever the tick length.
     volatile uint64_t sink = 0;
     do {
         for (int i = 0; i < 1000000; ++i) sink = sink + static_cast<uint64_t>(i);
         ASSERT_EQ(CM_OK, get_process_cpu_times(ownAfter));
-    } while (ownAfter < ownBefore + 2);
+    } while (ownAfter < ownBefore + 5);
     ASSERT_EQ(CM_OK, sampler.Sample(system, process));
-    EXPECT_LE(process, 100u);
+    EXPECT_GE(process, 1u);
+    EXPECT_LE(process, system);  // this process is part of the machine
     EXPECT_LE(system, 100u);
-    EXPECT_GE(system, process);  // this process is part of the machine
 
     CmCpuTimes times;
     ASSERT_EQ(CM_OK, get_system_cpu_times(times));
