@@ -150,7 +150,7 @@ void CCmThreadManager::TPCleanThreadList()
 void CCmThreadManager::EnsureThreadManagerExited()
 {
     CCmThreadManager* self = Raw();
-    std::unique_ptr<CCmLoopThread> main;
+    CCmLoopThread* main = nullptr;
     {
         std::unique_lock<std::recursive_mutex> lock(self->m_mutex);
         if (!self->m_main) return;
@@ -159,12 +159,14 @@ void CCmThreadManager::EnsureThreadManagerExited()
             self->m_mainExited.wait(lock, [&] { return !self->m_main || self->m_main->IsFinished(); });
             return;
         }
-        main = std::move(self->m_main);
+        main = self->m_main.get();
     }
+    // The main thread still needs the manager (CleanupOnlyOne) while it winds down: wait without
+    // the lock, and leave the record in place until it has gone.
     main->Join();
-    // Retire rather than delete: a racing GetThread(0) caller might still hold the pointer.
     std::lock_guard<std::recursive_mutex> lock(self->m_mutex);
-    self->m_retired.push_back(std::move(main));
+    // Retire rather than delete: a racing GetThread(0) caller might still hold the pointer.
+    if (self->m_main.get() == main) self->m_retired.push_back(std::move(self->m_main));
 }
 
 CmResult CmInvokeInThread(ACmThread* thread, bool async, std::function<CmResult()> call, int priority)

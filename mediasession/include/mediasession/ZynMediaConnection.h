@@ -1,0 +1,124 @@
+// The connection interface an application holds, and the sink through which it hears back.
+#pragma once
+
+#include "mediasession/ZynDefines.h"
+
+class IZynMediaTrackBase;
+class IZynMediaPackage;
+class IZynGlobalConfig;
+struct _tagVideoSizeInfo;
+struct _tagIndicationResult;
+struct tagCameraProperty;
+
+// Link state of a direction; values come from the media engine.
+enum ZynNetworkStatus : int32_t {
+    ZynNetwork_Recovered = 0,
+    ZynNetwork_Bad = 1,
+    ZynNetwork_VeryBad = 2,
+    ZynNetwork_Video_Off = 3,
+};
+enum _tagNetworkDirection : int32_t {
+    ZynNetworkDirection_Uplink = 1,
+    ZynNetworkDirection_Downlink = 2,
+    ZynNetworkDirection_Both = 3,
+};
+enum ZynEventMetricsType : int32_t {
+    ZynEventMetrics_MQE = 0,
+    ZynEventMetrics_ICE = 1,
+};
+enum ZynPerformanceStatus : int32_t {
+    ZynPerformance_Normal = 0,
+    ZynPerformance_Downgrade = 1,
+    ZynPerformance_Upgrade = 2,
+};
+enum ZynPerformanceReason : int32_t {
+    ZynPerformanceReason_None = 0,
+    ZynPerformanceReason_CPU = 1,
+    ZynPerformanceReason_Memory = 2,
+};
+enum ZynGestureType : int32_t {
+    ZynGesture_None = 0,
+};
+
+// One media line of a remote description, filled for the application by SetReceivedSDP.
+struct _tagSdpParsedInfo {
+    int32_t sessionType;
+    int32_t direction;
+    uint64_t mid;
+    bool flag;
+};
+
+// Every operation has an empty default: an application overrides what it needs. The library holds
+// a plain pointer; it is the application's to keep alive until the connection is stopped.
+class IZynMediaConnectionSink {
+public:
+    virtual ~IZynMediaConnectionSink() = default;
+    virtual void OnReserved0() {}
+    virtual void OnReserved1() {}
+    virtual void OnMediaReady(unsigned long, ZynDirection, ZynSessionType, IZynMediaTrackBase*) {}
+    virtual void OnSDPReady(ZynSdpType, const char*) {}
+    virtual void OnMediaBlocked(unsigned long, unsigned int, bool, int) {}
+    virtual void OnReserved2() {}
+    virtual void OnEncodeSizeChanged(unsigned long, unsigned int, unsigned int) {}
+    virtual void OnRenderSizeChanged(unsigned long, unsigned int, ZynDirection, _tagVideoSizeInfo*) {}
+    virtual void OnSessionStatus(unsigned long, ZynSessionType, int) {}
+    virtual void OnMediaStatus(unsigned long, unsigned int, int, int, int) {}
+    virtual void OnAvailableMediaChanged(unsigned long, int) {}
+    virtual void OnMediaError(unsigned long, unsigned int, int) {}
+    virtual void OnNetworkStatus(ZynNetworkStatus, _tagNetworkDirection) {}
+    virtual void OnError(int, void*) {}
+    virtual void OnCSIsChanged(unsigned long, unsigned int, const unsigned int*, unsigned int, const unsigned int*,
+                               unsigned int) {}
+    virtual void OnAudioTimeStampChanged(unsigned int, unsigned int) {}
+    virtual void OnPictureLossIndication() {}
+    virtual void OnRequestAvatarForMute(bool) {}
+    virtual void OnReserved3() {}
+    virtual void OnReserved4() {}
+    virtual void OnEventReportReady(ZynEventMetricsType, const char*) {}
+    virtual void OnPerformanceStatus(ZynPerformanceStatus, ZynPerformanceReason) {}
+    virtual void OnKeyFrameLost(unsigned long, unsigned int, unsigned int, unsigned int) {}
+    virtual void OnIndicationResult(unsigned long, const _tagIndicationResult*) {}
+    virtual void OnReceiveApplicationData(unsigned long, const unsigned char*, unsigned int) {}
+    virtual void OnReceiverBandwidthUpdate(unsigned long, unsigned int) {}
+    virtual void OnAllocateTurnRelayedAndReflexiveAddressComplete(unsigned long, bool, const char*) {}
+    virtual void OnCheckIceServerComplete(bool, const char*, const char*, const char*) {}
+    virtual void OnMuteNotified(bool) {}
+    virtual void OnGestureDetectionResult(unsigned long, ZynGestureType) {}
+    virtual void OnImmersiveSharingVideoOverlapPos(unsigned int, unsigned int, unsigned int, unsigned int, int) {}
+    virtual void OnReserved5() {}
+    virtual void OnCameraProperty(tagCameraProperty*) {}
+    virtual void OnUpdateCaptureResolution(unsigned int, unsigned int) {}
+    virtual void OnCapturePhotoOutput(IZynMediaPackage*) {}
+    virtual void OnLiveSourcesAvailableMediaChanged(unsigned long, int) {}
+};
+
+class IZynMediaConnection : public IZynUnknown {
+public:
+    // Adds the line with that mid, or extends its direction. ZYN_S_FALSE: it already had it.
+    virtual ZynResult AddMedia(ZynSessionType type, ZynDirection direction, unsigned long mid,
+                               const char* debugOption) = 0;
+    virtual ZynResult UpdateMedia(ZynDirection direction, unsigned long mid) = 0;
+    virtual ZynResult CreateOffer() = 0;
+    // The remote description; info (capacity *count) receives one record per media line.
+    virtual ZynResult SetReceivedSDP(ZynSdpType type, const char* sdp, _tagSdpParsedInfo* info, int* count) = 0;
+    virtual ZynResult CreateAnswer() = 0;
+    virtual ZynResult SetSink(IZynMediaConnectionSink* sink) = 0;
+    // Ends the call. The application's reference stays valid until it releases it.
+    virtual void Stop() = 0;
+    virtual unsigned int GetMediaConnectionCallID() = 0;
+    virtual ZynResult StartSDPRenegotiation() = 0;
+    // 0 nothing negotiated, 1 remote offer held, 2 local offer out, 3 negotiated.
+    virtual int GetSDPStatus() = 0;
+
+protected:
+    ~IZynMediaConnection() override = default;
+};
+
+class IZynMediaConnection4T : public IZynMediaConnection {
+protected:
+    ~IZynMediaConnection4T() override = default;
+};
+
+// The identifier that connections answer to in QueryInterface.
+constexpr _tagUUID ZYNIID_IZynMediaConnection = {
+    0x6d1c2a50, 0x3b7e, 0x4c1f, {0x9a, 0x11, 0x5e, 0x27, 0x80, 0x4d, 0xc3, 0x19}};

@@ -1,0 +1,132 @@
+// The session object an application holds: it owns the engine instance of the call, the media
+// lines and the negotiation state, and reports through one sink.
+//
+// Threads: public operations run on the caller's thread (the application is expected to use the
+// main thread); remote descriptions and the clean-up after Stop run on the main thread (type 0).
+// m_sdpStatus and m_sendSdpType have no lock for that reason.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "common/ZynIdentity.h"
+#include "common/ZynUnknownImpl.h"
+#include "mediasession/ZynMediaConnection.h"
+#include "metrics/SessionMetrics.h"
+#include "tp/CmInetAddr.h"
+#include "tp/CmMutex.h"
+#include "tp/CmTimerWrapperID.h"
+
+class IZynMediaEngineInternal;
+class IZynNetworkIndicator;
+
+namespace zyn {
+
+class CMediaConnectionInfo;
+class CMediaConnection;
+using CMediaConnectionPtr = CZynAutoPtr<CMediaConnection>;
+
+class CMediaConnection final : public IZynMediaConnection4T,
+                               public CZynUnknownImpl,
+                               public CCmTimerWrapperIDSink,
+                               public ZYNIdentityT<CMediaConnection> {
+public:
+    CMediaConnection(unsigned int callId, bool externalTransport, bool svs, bool externalCsi);
+
+    ZYN_IMPLEMENT_REFCOUNT
+    ZynResult QueryInterface(const _tagUUID& iid, void** out) override;
+
+    // IZynMediaConnection
+    ZynResult AddMedia(ZynSessionType type, ZynDirection direction, unsigned long mid, const char* debugOption) override;
+    ZynResult UpdateMedia(ZynDirection direction, unsigned long mid) override;
+    ZynResult CreateOffer() override;
+    ZynResult SetReceivedSDP(ZynSdpType type, const char* sdp, _tagSdpParsedInfo* info, int* count) override;
+    ZynResult CreateAnswer() override;
+    ZynResult SetSink(IZynMediaConnectionSink* sink) override;
+    void Stop() override;
+    unsigned int GetMediaConnectionCallID() override { return m_callId; }
+    ZynResult StartSDPRenegotiation() override;
+    int GetSDPStatus() override { return m_sdpStatus; }
+
+    ZynResult Init();
+    ZynResult ProcessDebugOption(ZynSessionType type, unsigned long mid, const char* option);
+    void OnTimer(CCmTimerWrapperID* id) override;
+
+    // Lines.
+    CMediaConnectionInfo* FindConnection(ZynSessionType type);
+    CMediaConnectionInfo* FindConnection(unsigned long mid);
+    size_t GetConnectionCount() const { return m_connections.size(); }
+    int GetIceLineCount() const { return m_iceLineCount; }
+
+    // Sink side, used by the lines and by the global services.
+    IZynMediaConnectionSink* GetSink() const { return m_pSink; }
+    void callBackOnError(int code, void* data);
+    std::vector<std::string> GetNotifiedErrors();
+    IZynMediaEngineInternal* GetEngine() const { return m_pZynEngine; }
+    CSessionMetrics& GetSessionMetrics() { return m_sessionMetrics; }
+    bool IsCallStarted() const { return m_bCallStarted; }
+    bool IsSipCall() const { return m_bSipCall; }
+    bool IsSvs() const { return m_bSvs; }
+    bool IsExternalTransport() const { return m_bExternalTransport; }
+    int GetSendSdpType() const { return m_sendSdpType; }
+    uint64_t GetIceTieBreaker() const { return m_iceTieBreaker; }
+    const CCmInetAddr& GetLocalAddress() const { return m_localAddress; }
+    bool IsMediaRunning() const { return m_mediaRunning.load() != 0; }
+
+    // The class-wide list of live connections.
+    static void AddMediaConnection(CMediaConnection* connection);
+    static CMediaConnectionPtr FindMediaConnectionByCallID(unsigned int callId);
+    static CMediaConnectionPtr FindMediaConnectionByCallID(unsigned int callId, ZynSessionType type);
+    static size_t GetMediaConnectionCount();
+
+private:
+    ~CMediaConnection() override;
+
+    // Negotiation steps; local description assembly and remote application grow around these.
+    ZynResult selectPort();
+    ZynResult buildUpdateSdp();
+    ZynResult SetReceivedSDP_m(ZynSdpType type, const std::string& sdp, _tagSdpParsedInfo* info, int* count);
+
+    CMediaConnectionInfo* AddConnection(ZynSessionType type, unsigned long mid);
+    ZynResult GetLocalIp(CCmInetAddr& address);
+    void initRandomSeed();
+    void CheckSessionInactive();
+    void StopConnections();
+    void ClearConnections();
+    // Reports a failure through the metrics with its tag; returns the code for chaining.
+    ZynResult Kick(const char* tag, ZynResult code);
+
+    const unsigned int m_callId;
+    std::atomic<int32_t> m_mediaRunning{0};
+    IZynMediaConnectionSink* m_pSink = nullptr;
+    std::vector<CMediaConnectionInfo*> m_connections;  // owned, in AddMedia order
+    IZynMediaEngineInternal* m_pZynEngine = nullptr;   // one reference
+    IZynNetworkIndicator* m_pNetworkIndicator = nullptr;  // one reference
+    CCmInetAddr m_localAddress;
+    int32_t m_sendSdpType = 0;  // 0 nothing pending, 1 offer pending, 2 answer pending
+    int32_t m_sdpStatus = 0;    // see GetSDPStatus
+    std::string m_remoteSdp;
+    CSessionMetrics m_sessionMetrics;
+    bool m_bCallStarted = false;
+    uint32_t m_sdpVersion = 0;
+    bool m_bInsecureLogs = false;
+    uint64_t m_iceTieBreaker = 0;
+    const bool m_bExternalTransport;
+    const bool m_bSvs;
+    const bool m_bExternalCsi;
+    bool m_bSipCall = false;
+    int32_t m_iceLineCount = 0;
+    bool m_bStoppingConnections = false;
+    bool m_bLowTickStarted = false;
+
+    CCmMutexThread m_errorMutex;
+    std::vector<std::string> m_notifiedErrors;  // guarded by m_errorMutex
+
+    static CCmMutexThread m_mutexVecMediaConnection;
+    static std::vector<CMediaConnection*> m_vecMediaConnection;  // guarded by the mutex above
+};
+
+}  // namespace zyn
