@@ -127,9 +127,11 @@ std::vector<RoundTrip<Msg>> RoundTrips()
                             m->msgHdr.type = gatewalk::STUN_MSG_RefreshResponseMsg;
                             auto& md = m->maliceMetadata;
                             m->hasMaliceMetadata = 1;
-                            md.hasMDAgent = 1, md.mdAgent = {{1, 2, 3}, {4, 5, 6}, {7, 8, 9, 10}};
-                            md.hasMDRespUP = 1, md.mdRespUP = {{7, 0, 7}, {11, 12}};
-                            md.hasMDRespDN = 1, md.mdRespDN = {{0, 7, 0}, {13, 14}};
+                            // Member by member: a braced temporary would bring its padding along.
+                            md.hasMDAgent = 1, md.mdAgent.flowUp = {1, 2, 3}, md.mdAgent.flowDn = {4, 5, 6};
+                            for (uint32_t i = 0; i < 4; ++i) md.mdAgent.value[i] = 7 + i;
+                            md.hasMDRespUP = 1, md.mdRespUP.flow = {7, 0, 7}, md.mdRespUP.value[1] = 12;
+                            md.hasMDRespDN = 1, md.mdRespDN.flow = {0, 7, 0}, md.mdRespDN.value[0] = 13;
                             md.hasMDWord = 1, md.mdWord = 0xBEEF;
                         }});
     } else {

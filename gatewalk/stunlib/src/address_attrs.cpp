@@ -161,7 +161,8 @@ bool DecodeAtrAddress(Reader& r, StunIPAddress* address, const StunMsgId* xorId)
 {
     // The length field is not trusted: the family byte decides how much is read and consumed.
     if (!r.Has(2)) return false;
-    StunIPAddress a{};
+    StunIPAddress a;
+    std::memset(&a, 0, sizeof a);  // padding too: callers compare records as bytes
     a.familyType = r.At()[1];
     if (a.familyType == STUN_ADDR_IPv4Family) {
         if (!r.Has(kIPv4ValueSize)) return false;

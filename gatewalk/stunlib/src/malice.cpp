@@ -132,11 +132,11 @@ void DecodeMaliceAttribute(Reader& r, uint16_t type, uint16_t atrLength, zyn_gat
         if (!ok && stream) std::fputs("failed to decode MD-AGENT\n", stream);
         break;
     case STUN_ATTR_MDRespUP:
-        md.hasMDRespUP = ok = DecodeResp(value, length, &md.mdRespUP, stream);
+        if (DecodeResp(value, length, &md.mdRespUP, stream)) md.hasMDRespUP = ok = true;
         if (!ok && stream) std::fputs("failed to decode MD-RESP_UP\n", stream);
         break;
     case STUN_ATTR_MDRespDN:
-        md.hasMDRespDN = ok = DecodeResp(value, length, &md.mdRespDN, stream);
+        if (DecodeResp(value, length, &md.mdRespDN, stream)) md.hasMDRespDN = ok = true;
         if (!ok && stream) std::fputs("failed to decode MD-RESP-DN\n", stream);
         break;
     case STUN_ATTR_MDWord:
@@ -148,6 +148,7 @@ void DecodeMaliceAttribute(Reader& r, uint16_t type, uint16_t atrLength, zyn_gat
     default:
         break;
     }
+    // A value that cannot be read leaves what an earlier copy of the attribute gave.
     if (ok) m->hasMaliceMetadata = 1;
     r.Skip(Padded(atrLength), static_cast<long>(Padded(atrLength)));
 }
