@@ -1,0 +1,60 @@
+// Shared helpers of the session-layer tests: trace capture and engine scope.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "mediasession/ZynMediaEngine.h"
+#include "util/CmTrace.h"
+
+namespace mstest {
+
+// Collects trace lines while alive (level 3), restoring the default sink afterwards.
+class TraceCapture {
+public:
+    TraceCapture()
+    {
+        m_oldMask = get_external_trace_mask();
+        set_external_trace_mask(3);
+        set_external_trace_sink(&TraceCapture::Sink, this);
+    }
+    ~TraceCapture()
+    {
+        set_external_trace_sink(nullptr, nullptr);
+        set_external_trace_mask(m_oldMask);
+    }
+    bool Contains(const std::string& text)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (const auto& l : m_lines)
+            if (l.find(text) != std::string::npos) return true;
+        return false;
+    }
+    int Count(const std::string& text)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        int n = 0;
+        for (const auto& l : m_lines) n += l.find(text) != std::string::npos;
+        return n;
+    }
+
+private:
+    static void Sink(void* context, int level, const char*, const char* text, unsigned int length)
+    {
+        auto* self = static_cast<TraceCapture*>(context);
+        std::lock_guard<std::mutex> lock(self->m_mutex);
+        self->m_lines.push_back(std::to_string(level) + " " + std::string(text, length));
+    }
+    int m_oldMask;
+    std::mutex m_mutex;
+    std::vector<std::string> m_lines;
+};
+
+// One engine life for the scope of a test.
+struct EngineScope {
+    EngineScope() { InitMediaEngine(nullptr, nullptr, false, nullptr, false, 0); }
+    ~EngineScope() { UninitMediaEngine(); }
+};
+
+}  // namespace mstest
