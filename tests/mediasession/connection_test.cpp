@@ -72,6 +72,9 @@ TEST(FactoryTest, CallIdsAndOutPointers)
         found = {};
         c->Stop();
         c->Release();
+        // The clean-up event holds the last reference; once it ran the id is free again.
+        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+        EXPECT_FALSE(CMediaConnection::FindMediaConnectionByCallID(0));
     }
     uint64_t asserts = cm_assertion_count();
     EXPECT_EQ(ZYN_E_INVALIDARG, CreateMediaConnection(nullptr, 5));
