@@ -1,6 +1,8 @@
 // Encode/decode of every attribute in both profiles, the deliberate oddities of the codec, and the
 // small encoders and helpers around it.
 #include <arpa/inet.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
 
 #include "stun_test_util.h"
 
@@ -182,6 +184,30 @@ TYPED_TEST(StunCodec, SameRecordAndKeyGiveTheSameBytes)
     uint32_t nb = stunlib_encodeMessage(m.get(), b, sizeof b, k, 2, nullptr);
     ASSERT_EQ(na, nb);
     EXPECT_EQ(0, std::memcmp(a, b, na));
+}
+
+TYPED_TEST(StunCodec, IntegrityMatchesOpenSslHmacForEveryKeyLength)
+{
+    // Keys shorter than, equal to and longer than the SHA-1 block, up to the longest accepted.
+    for (unsigned int keyLength : {0u, 1u, 16u, 63u, 64u, 65u, 200u, 513u}) {
+        SCOPED_TRACE(keyLength);
+        Bytes key(keyLength);
+        for (unsigned int i = 0; i < keyLength; ++i) key[i] = static_cast<uint8_t>(i * 7 + 1);
+        auto m = NewMessage<TypeParam>();
+        m->msgHdr.type = gatewalk::STUN_MSG_BindRequestMsg;
+        stunlib_addUserName(m.get(), "a:b", 0);
+        uint8_t buf[200];
+        uint8_t* k = key.empty() ? buf : key.data();  // non-null: a key of length 0 still asks for integrity
+        ASSERT_GT(stunlib_encodeMessage(m.get(), buf, sizeof buf, k, keyLength, nullptr), 0u);
+        uint8_t expected[20];
+        unsigned int n = 0;
+        buf[3] = static_cast<uint8_t>(buf[3] - 8);  // the length the HMAC saw: before FINGERPRINT
+        HMAC(EVP_sha1(), k, static_cast<int>(keyLength), buf, m->integrity.offset, expected, &n);
+        EXPECT_EQ(Hex(m->integrity.hash, 20), Hex(expected, 20));
+    }
+    auto m = NewMessage<TypeParam>();
+    uint8_t buf[200], key[514] = {};
+    EXPECT_EQ(stunlib_encodeMessage(m.get(), buf, sizeof buf, key, 514, nullptr), 0u);
 }
 
 TYPED_TEST(StunCodec, ErrorCodeLengthCountsThePaddedReason)
