@@ -24,6 +24,10 @@ void crypto_key::init_from_string(const std::string& text)
             "invalid value for crypto attribute key, expected 2 ':' delimited fields, received ", parts.size(), " (",
             text, ")"));
     auto fields = detail::split(parts[1], '|');
+    // Nothing but '|' behind the method is no key at all.
+    if (fields.empty())
+        throw std::invalid_argument(cat(
+            "invalid value for crypto attribute key, expected 2 ':' delimited fields, received 1 (", text, ")"));
     if (fields.size() > 3)
         throw std::invalid_argument(cat(
             "invalid value for crypto attribute key, expected max 3 '|' delimited fields, received ", fields.size(),
@@ -75,6 +79,7 @@ void crypto::init_from_line(const attribute_line& l)
     suite = std::move(fields[1]);
     keys.clear();
     for (auto k : detail::split_view(fields[2], ';')) keys.emplace_back(std::string(k));
+    if (keys.empty()) throw std::invalid_argument("empty key parameter vector, must have at least one key");
     session_params.assign(std::make_move_iterator(fields.begin() + 3), std::make_move_iterator(fields.end()));
     read_window_size_hint();
 }

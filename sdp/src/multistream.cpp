@@ -65,9 +65,9 @@ void sprop_source::init_from_line(const attribute_line& l)
 {
     detail::check_attribute_name(l, "sprop-source", "vorta multistream sprop source");
     const auto& value = l.get_attribute_value();
-    if (value.empty())
-        throw std::invalid_argument("invalid attribute value for vorta multistream sprop source, expected non-zero length");
     auto parts = detail::split(value, ' ', 2);
+    if (parts.empty())
+        throw std::invalid_argument("invalid attribute value for vorta multistream sprop source, expected non-zero length");
     source_id = string_to_numeric(parts[0], "vorta multistream sprop source id");
     *this = sprop_source(source_id);
     if (parts.size() < 2) return;
@@ -131,7 +131,12 @@ void sprop_simul::init_from_line(const attribute_line& l)
     source_id = string_to_numeric(f[0], "vorta multistream sprop simul source id");
     simulcast_id = string_to_numeric(f[1], "vorta multistream sprop simul simulcast id");
     payload_type = std::move(f[2]);
-    parameters = f.size() > 3 ? detail::split(f[3], ';') : std::vector<std::string>{};
+    parameters.clear();
+    if (f.size() > 3) {
+        // A blank-only piece would print as trailing blanks, which no reader keeps.
+        for (auto& p : detail::split(f[3], ';'))
+            if (p.find_first_not_of(' ') != std::string::npos) parameters.push_back(std::move(p));
+    }
 }
 
 attribute_line sprop_simul::as_attribute_line() const

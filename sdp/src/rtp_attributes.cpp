@@ -182,7 +182,7 @@ void ext_map::init_from_line(const attribute_line& l)
             "invalid attribute value for rtp extmap, expected >= 2 space delimited fields, received ", fields.size(),
             " (", value, ")"));
     auto id_dir = detail::split(fields[0], '/');
-    if (id_dir.size() > 2)
+    if (id_dir.empty() || id_dir.size() > 2)
         throw std::invalid_argument(cat(
             "invalid attribute value for extmap, expected 1 or 2 '/' delimited fields, received ", id_dir.size(),
             " (", value, ")"));

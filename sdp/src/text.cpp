@@ -79,7 +79,8 @@ uint32_t string_to_numeric(const std::string& text, std::string_view label)
     char* end = nullptr;
     errno = 0;
     unsigned long v = std::strtoul(begin, &end, 10);
-    if (end == begin || *end != '\0')
+    // A NUL inside the text is a character left over, not an end.
+    if (end == begin || end != begin + text.size())
         throw std::invalid_argument(detail::cat("invalid non-numeric value found in ", label, " (", text, ")"));
     if (errno == ERANGE || v > 0xFFFFFFFFUL)
         throw std::invalid_argument(detail::cat("out of range numeric value found in ", label, " (", text, ")"));
@@ -99,7 +100,7 @@ double string_to_double(const std::string& text, std::string_view label)
     const char* begin = text.c_str();
     char* end = nullptr;
     double v = std::strtod(begin, &end);
-    if (*end != '\0') {
+    if (end != begin + text.size()) {
         std::printf("[%s] invalid number\n", "string_to_double");
         throw std::invalid_argument(detail::cat("invalid non-numeric value found in ", label, " (", text, ")"));
     }

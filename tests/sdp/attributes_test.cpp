@@ -80,6 +80,7 @@ TEST(Attributes, RoundTrips)
         {reprint<sprop_simul>, "a=sprop-simul:0 100 * max-fs=3600;max-fps=30",
          "a=sprop-simul:0 100 * max-fs=3600;max-fps=30"},
         {reprint<sprop_total>, "a=sprop-total:max-channels=4;max-pps=10", "a=sprop-total:max-channels=4;max-pps=10"},
+        {reprint<sprop_simul>, "a=sprop-simul:0 1 * ;   ;x", "a=sprop-simul:0 1 * x"},
     };
     for (const auto& c : cases) EXPECT_EQ(c.reader(c.in), std::string(c.out) + "\r\n") << c.in;
 }
@@ -143,6 +144,11 @@ TEST(Attributes, RefusedValues)
         {reprint<sprop_source>, "a=sprop-source:1 simul=1,x", "invalid non-numeric value found in vorta multistream sprop soruce attribute simul id (x)"},
         {reprint<sprop_simul>, "a=sprop-simul:1 2", "invalid attribute value for vorta multistream sprop simul, expected >= 3 space delimited fields, received 2 (1 2)"},
         {reprint<sprop_total>, "a=sprop-simul:1", "invalid attribute name for vorta multistream sprop total expected 'sprop-total' received 'sprop-simul'"},
+        // Found by fuzzing: each of these used to read out of bounds or print what it could not read.
+        {reprint<ext_map>, "a=extmap:/ urn:x", "invalid attribute value for extmap, expected 1 or 2 '/' delimited fields, received 0 (/ urn:x)"},
+        {reprint<crypto>, "a=crypto:1 S ;", "empty key parameter vector, must have at least one key"},
+        {reprint<crypto>, "a=crypto:1 S inline:||", "invalid value for crypto attribute key, expected 2 ':' delimited fields, received 1 (inline:||)"},
+        {reprint<sprop_source>, "a=sprop-source: ", "invalid attribute value for vorta multistream sprop source, expected non-zero length"},
     };
     for (const auto& c : cases) EXPECT_EQ(invalid_argument_text([&] { c.reader(c.in); }), c.error) << c.in;
 }

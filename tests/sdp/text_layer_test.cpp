@@ -91,6 +91,9 @@ TEST(Numbers, StrictDecimalWithLabelledFailures)
         {"99999999999999999999999", false, "out of range numeric value found in lbl (99999999999999999999999)"},
         {"65536", true, "out of range numeric value found in lbl (65536)"},
     };
+    // A NUL inside is a character left over (what() stops at it).
+    EXPECT_EQ(invalid_argument_text([] { string_to_numeric(std::string("5\0x", 3), "lbl"); }),
+              "invalid non-numeric value found in lbl (5");
     for (const auto& c : cases) {
         auto text = invalid_argument_text([&] {
             if (c.u16) string_to_numeric_u16(c.text, "lbl");
