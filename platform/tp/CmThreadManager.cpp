@@ -19,9 +19,9 @@ CCmThreadManager* CCmThreadManager::Instance()
 {
     CCmThreadManager* manager = Raw();
     std::lock_guard<std::recursive_mutex> lock(manager->m_mutex);
-    // A main thread that ended with the last engine life is replaced by a fresh one; when the
-    // ending was inline on that very thread, the new one waits until the old loop has returned.
-    if (!manager->m_main || (manager->m_main->IsFinished() && !manager->m_main->IsCurrentThread()))
+    // A main thread that ended (or is ending) with the last engine life is replaced by a fresh one,
+    // after the old loop has returned.
+    if (!manager->m_main || (manager->m_main->GetStopFlag() && !manager->m_main->IsCurrentThread()))
         manager->StartOwnMainLocked();
     return manager;
 }

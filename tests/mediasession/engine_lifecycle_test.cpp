@@ -160,9 +160,12 @@ TEST(CertificateGeneratorTest, StopDropsWaitingObserversWithoutPostingThem)
     generator.entered.get_future().wait();
     bool fired = false;
     generator.RegisterObserver(new CCmInvokeEvent([&] { fired = true; return CM_OK; }), TT_MAIN);
-    std::thread releaser([&] { release.set_value(); });
-    generator.Stop();  // empties the observers first, then waits for the worker
-    releaser.join();
+    // Stop empties the observers first, then waits for the worker: let the worker finish only
+    // once the list is empty.
+    std::thread stopper([&] { generator.Stop(); });
+    while (generator.ObserverCount() != 0) std::this_thread::yield();
+    release.set_value();
+    stopper.join();
     EXPECT_EQ(0u, generator.ObserverCount());
     EXPECT_FALSE(fired);
 }
