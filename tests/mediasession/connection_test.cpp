@@ -241,8 +241,13 @@ TEST_F(ConnectionTest, StopTwiceLeavesTheObjectValidUntilTheLastRelease)
     m_conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, 0, nullptr);
     m_conn->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, 1, nullptr);
     mstest::TraceCapture trace;
-    m_conn->Stop();
-    m_conn->Stop();
+    // On the main thread, as an application does: the clean-up events run there too.
+    ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
+    CmInvokeInThread(main, false, [this] {
+        m_conn->Stop();
+        m_conn->Stop();
+        return CM_OK;
+    });
     EXPECT_EQ(2, trace.Count("CMediaConnection::Stop successfully."));
     // The clean-up events ran on the main thread; the application's reference still works.
     CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });

@@ -83,8 +83,11 @@ TEST_F(LoopThreadTest, EventsRunByPriorityThenPostingOrder)
         {CM_EVENT_PRIORITY_NORMAL, 4}, {CM_EVENT_PRIORITY_LOW, 5}, {CM_EVENT_PRIORITY_HIGH, 6}};
     for (auto [priority, tag] : posts)
         CmInvokeInThread(&thread, true, [&order, tag = tag] { order.push_back(tag); return CM_OK; }, priority);
+    // A marker below every priority above runs last: once it ran, all the others have.
+    std::promise<void> drained;
+    CmInvokeInThread(&thread, true, [&] { drained.set_value(); return CM_OK; }, 0);
     release.set_value();
-    EXPECT_EQ(CM_OK, CmInvokeInThread(&thread, false, [] { return CM_OK; }));  // drains the queue
+    ASSERT_EQ(std::future_status::ready, drained.get_future().wait_for(kBound));
     EXPECT_EQ((std::vector<int>{3, 6, 2, 4, 1, 5}), order);
 }
 

@@ -160,8 +160,8 @@ ZynResult CMediaConnection::SetSink(IZynMediaConnectionSink* sink)
 void CMediaConnection::Stop()
 {
     MS_INFO_TRACE("CMediaConnection::Stop" << CONN_TAIL);
-    m_mediaRunning.store(0);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    // Timers and other threads read the flag without a lock: a sequentially consistent store.
+    m_mediaRunning.store(0, std::memory_order_seq_cst);
 
     if (m_pNetworkIndicator) {
         m_pNetworkIndicator->Release();
