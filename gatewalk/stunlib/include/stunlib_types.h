@@ -10,7 +10,8 @@ namespace gatewalk {
 
 // ---- framing -------------------------------------------------------------------------------------
 constexpr unsigned int STUN_HEADER_SIZE = 20;
-constexpr uint32_t STUN_MAGIC_COOKIE = 0x2112A442;
+// Not STUN_MAGIC_COOKIE: libnice defines a macro of that name, and tests include both.
+constexpr uint32_t STUNLIB_MAGIC_COOKIE = 0x2112A442;
 // The largest message the decoder takes and the stack's senders build; every send buffer has this
 // size. Picked to stay under a 1600-byte path MTU once IP and UDP headers are added.
 constexpr unsigned int STUN_MAX_PACKET_SIZE = 1556;

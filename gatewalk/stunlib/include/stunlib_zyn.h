@@ -152,8 +152,7 @@ uint32_t stunlib_encodeMessage(StunMessage* message, unsigned char* buffer, unsi
 bool stunlib_DecodeMessage(const unsigned char* buffer, unsigned long length, StunMessage* message,
                            StunAtrUnknown* unknown, FILE* stream);
 // HMAC-SHA1 of the decoded message with `key`, the header length ending at the MESSAGE-INTEGRITY
-// attribute, compared with the received hash. Messages whose integrity attribute ends past 1056
-// bytes fail.
+// attribute, compared with the received hash. A MESSAGE-INTEGRITY that starts past byte 1056 fails.
 bool stunlib_checkIntegrity(const unsigned char* buffer, unsigned long length, StunMessage* message,
                             unsigned char* key, int keyLength);
 

@@ -23,12 +23,12 @@ constexpr unsigned int kIPv6ValueSize = 20;
 // cookie, an IPv6 address with the cookie followed by the transaction id.
 void XorAddress(StunIPAddress* a, const StunMsgId& id)
 {
-    a->port ^= static_cast<uint16_t>(STUN_MAGIC_COOKIE >> 16);
+    a->port ^= static_cast<uint16_t>(STUNLIB_MAGIC_COOKIE >> 16);
     if (a->familyType == STUN_ADDR_IPv4Family) {
-        a->addr.v4 ^= STUN_MAGIC_COOKIE;
+        a->addr.v4 ^= STUNLIB_MAGIC_COOKIE;
     } else {
         uint8_t pad[16];
-        Store32(pad, STUN_MAGIC_COOKIE);
+        Store32(pad, STUNLIB_MAGIC_COOKIE);
         std::memcpy(pad + 4, id.octet, STUN_MSG_ID_SIZE);
         for (int i = 0; i < 16; ++i) a->addr.v6[i] ^= pad[i];
     }

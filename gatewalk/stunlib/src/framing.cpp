@@ -14,7 +14,7 @@ bool stunlib_isStunMsg(const uint8_t* buffer, unsigned int length)
     // The two top bits of a STUN type are zero, which also tells STUN from RTP, DTLS and channel data.
     constexpr uint8_t kFirstByteLimit = 64;
     return buffer != nullptr && length >= STUN_HEADER_SIZE && buffer[0] < kFirstByteLimit &&
-           Load32(buffer + 4) == STUN_MAGIC_COOKIE;
+           Load32(buffer + 4) == STUNLIB_MAGIC_COOKIE;
 }
 
 bool stunlib_isTurnChannelData(const uint8_t* buffer) { return (buffer[0] & 0xC0) == 0x40; }
@@ -69,7 +69,7 @@ void PutHeader(uint8_t* buffer, uint16_t type, uint16_t length, const StunMsgId&
 {
     Store16(buffer, type);
     Store16(buffer + 2, length);
-    Store32(buffer + 4, STUN_MAGIC_COOKIE);
+    Store32(buffer + 4, STUNLIB_MAGIC_COOKIE);
     std::memcpy(buffer + 8, id.octet, STUN_MSG_ID_SIZE);
 }
 

@@ -222,6 +222,8 @@ uint32_t EncodeMessage(Msg* m, unsigned char* buffer, unsigned int bufferLength,
     }
 
     if (addFingerprint) {
+        // Deployed encoders compared the whole buffer length with 8 here and could write past the
+        // end; room is checked on what is left, and a message without room goes without FINGERPRINT.
         if (w.Room() < kFingerprintSize) {
             if (stream) std::fputs("Faild to add CRC Fingerprint\n", stream);
         } else {
