@@ -322,6 +322,27 @@ TYPED_TEST(StunCodec, FixedAttributesNeedTheirThresholdOfFreeBytes)
     }
 }
 
+TEST(StunCodecQlox, ProbeAttributesKeepTheirOddThresholds)
+{
+    // Kept from deployed encoders: refused below 24 or 32 free bytes although they need 8 or 12.
+    using Msg = qlox_gatewalk::StunMessage;
+    const std::pair<void (*)(Msg*), unsigned int> rows[] = {
+        {[](Msg* m) { m->hasStreamType = 1; }, 24},
+        {[](Msg* m) { m->hasTransCount = 1; }, 24},
+        {[](Msg* m) { m->hasNetworkStatus = 1; }, 32},
+        {[](Msg* m) { m->hasNetworkStatusResp = 1; }, 32},
+    };
+    for (const auto& [fill, need] : rows) {
+        SCOPED_TRACE(need);
+        auto m = NewMessage<Msg>();
+        m->msgHdr.type = gatewalk::STUN_MSG_SendIndicationMsg;
+        fill(m.get());
+        uint8_t buf[64];
+        EXPECT_EQ(qlox_gatewalk::stunlib_encodeMessage(m.get(), buf, 20 + need - 1, nullptr, 0, nullptr), 0u);
+        EXPECT_GT(qlox_gatewalk::stunlib_encodeMessage(m.get(), buf, 20 + need, nullptr, 0, nullptr), 0u);
+    }
+}
+
 TYPED_TEST(StunCodec, TtlProbesAndTheirText)
 {
     auto m = NewMessage<TypeParam>();

@@ -141,13 +141,15 @@ struct StunMessage {
 // Encodes `message` into `buffer`; returns the total length, 0 on failure. A null key means no
 // MESSAGE-INTEGRITY (keyLength at most 513). FINGERPRINT is added unless the type is a Send or Data
 // indication or a path discovery message. The metadata block goes around MESSAGE-INTEGRITY: in a
-// Binding or Refresh request MD-RESP-DN before and MD-RESP-UP after it, in their responses the
-// other way round (the trailing attribute then is outside the HMAC's length). Writes back msgHdr.length,
-// hasMessageIntegrity and integrity. The same record and key always give the same bytes.
+// Binding or Refresh response MD-RESP-UP goes before it and MD-RESP-DN after it, outside the
+// HMAC's length. In the matching requests MD-RESP-DN goes before and MD-RESP-UP after, inside the
+// HMAC's length, so this profile's own check (which ends the length at MESSAGE-INTEGRITY) refuses
+// such a request; connectors never send metadata. Writes back msgHdr.length, hasMessageIntegrity
+// and integrity. The same record and key always give the same bytes.
 uint32_t stunlib_encodeMessage(StunMessage* message, unsigned char* buffer, unsigned int bufferLength,
                                unsigned char* key, unsigned int keyLength, FILE* stream);
-// Decodes a message of 20 bytes or more into `message` (zeroed first). `unknown` (may be null) collects up to 8
-// comprehension-required types that the codec does not know. A bad FINGERPRINT does not fail the
+// Decodes a message of 20 bytes or more into `message` (zeroed first). `unknown` (may be null)
+// collects up to 8 comprehension-required types that the codec does not know. A bad FINGERPRINT does not fail the
 // message; check integrity separately with stunlib_checkIntegrity.
 bool stunlib_DecodeMessage(const unsigned char* buffer, unsigned long length, StunMessage* message,
                            StunAtrUnknown* unknown, FILE* stream);
