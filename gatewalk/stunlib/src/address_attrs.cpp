@@ -37,7 +37,7 @@ void XorAddress(StunIPAddress* a, const StunMsgId& id)
 uint32_t EncodeIndication(uint16_t type, uint8_t* buffer, const uint8_t* data, unsigned int bufferLength,
                           unsigned int dataLength, const struct sockaddr* peer)
 {
-    if (buffer == nullptr || peer == nullptr || dataLength > 0xFFFF) return 0;
+    if (buffer == nullptr || peer == nullptr || dataLength > 0xFFFF || bufferLength < STUN_HEADER_SIZE) return 0;
     StunIPAddress address{};
     if (peer->sa_family == AF_INET) {
         const auto* v4 = reinterpret_cast<const sockaddr_in*>(peer);
@@ -51,7 +51,6 @@ uint32_t EncodeIndication(uint16_t type, uint8_t* buffer, const uint8_t* data, u
     StunMsgId id;
     stunlib_createId(&id, std::rand(), 0);
     Writer w{buffer, buffer + STUN_HEADER_SIZE, buffer + bufferLength};
-    if (bufferLength < STUN_HEADER_SIZE) return 0;
     StunData payload{dataLength, 0, data};
     if (!EncodeAtrAddress(w, STUN_ATTR_XorPeerAddress, address, &id) || !EncodeAtrData(w, payload)) return 0;
     auto total = static_cast<uint32_t>(w.Offset());
