@@ -16,6 +16,14 @@ if ((${#missing[@]})); then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 
+# Node and npm: some machines carry a Node.js build that bundles npm, and Debian's npm package
+# conflicts with it, so they are installed only when the commands are missing.
+if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
+  SUDO=""; [ "$(id -u)" = 0 ] || SUDO="sudo"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends nodejs npm >/dev/null
+fi
+
 # Node peers (independent parsers used by cross-check tests).
 while IFS= read -r lock; do
   dir=$(dirname "$lock")
