@@ -1,5 +1,6 @@
 #include "sdp/description.h"
 
+#include <algorithm>
 #include <ostream>
 #include <stdexcept>
 
@@ -57,8 +58,12 @@ void description_lines::add_line(const media_description_line& l, bool r)
 
 void description_lines::add_line(std::string_view raw)
 {
-    auto [letter, value] = detail::split_type_value_view(raw);
-    switch (string_to_line_type(letter)) {
+    add_line_of_type(string_to_line_type(detail::split_type_value_view(raw).first), raw);
+}
+
+void description_lines::add_line_of_type(line_type type, std::string_view raw)
+{
+    switch (type) {
     case line_type::invalid:
         throw std::invalid_argument(detail::cat("invalid sdp line '", raw, "'"));
     case line_type::version: return add_typed(version_lines, version_line::create(raw), false);
@@ -295,24 +300,30 @@ session_description::session_description(session_lines&& lines, std::vector<medi
 session_description session_description::create(std::string_view text)
 {
     auto lines = detail::split_lines_view(text);
-    std::size_t first_m = lines.size();
+    // The letter of each line is found once; the line classes still check it themselves.
+    std::vector<line_type> types(lines.size());
+    std::size_t first_m = lines.size(), sections = 0;
     for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (string_to_line_type(detail::split_type_value_view(lines[i]).first) == line_type::media_description) {
-            first_m = i;
-            break;
+        types[i] = string_to_line_type(detail::split_type_value_view(lines[i]).first);
+        if (types[i] == line_type::media_description) {
+            first_m = std::min(first_m, i);
+            ++sections;
         }
     }
     session_lines session;
-    for (std::size_t i = 0; i < first_m; ++i) session.add_line(lines[i]);
+    for (std::size_t i = 0; i < first_m; ++i) session.add_line_of_type(types[i], lines[i]);
 
     std::vector<media_description> media;
+    media.reserve(sections);
     std::size_t i = first_m;
     while (i < lines.size()) {
         media_lines section;
-        section.add_line(lines[i++]);
-        while (i < lines.size() &&
-               string_to_line_type(detail::split_type_value_view(lines[i]).first) != line_type::media_description)
-            section.add_line(lines[i++]);
+        section.add_line_of_type(types[i], lines[i]);
+        ++i;
+        while (i < lines.size() && types[i] != line_type::media_description) {
+            section.add_line_of_type(types[i], lines[i]);
+            ++i;
+        }
         media.emplace_back(std::move(section));
     }
     return session_description(std::move(session), std::move(media));
@@ -338,6 +349,7 @@ const encryption_key_line* session_description::get_encryption_key() const
 std::string session_description::as_sdp() const
 {
     std::string out;
+    out.reserve(1024);
     description_lines::as_sdp_helper(out);
     for (const auto& m : media_) m.as_sdp_helper(out);
     return out;

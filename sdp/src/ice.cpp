@@ -158,6 +158,8 @@ void ice_caps::validate_init() const
     if (candidates.empty()) throw std::invalid_argument("no ICE candidate attribute found");
 }
 
+bool ice_caps::is_valid() const { return username.size() >= 4 && password.size() >= 22 && !candidates.empty(); }
+
 std::vector<attribute_line> ice_caps::as_attribute_line() const
 {
     std::vector<attribute_line> out;

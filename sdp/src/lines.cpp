@@ -55,14 +55,19 @@ std::vector<std::string> parse_multi_values(std::string_view raw, line_type type
     return values;
 }
 
-std::string join_multi_values(const std::vector<std::string>& values, char delimiter)
+void append_multi_values(std::string& out, const std::vector<std::string>& values, char delimiter)
 {
-    std::string out;
     for (std::size_t i = 0; i < values.size(); ++i) {
         if (values[i].empty()) continue;
         if (i != 0) out += delimiter;
         out += values[i];
     }
+}
+
+std::string join_multi_values(const std::vector<std::string>& values, char delimiter)
+{
+    std::string out;
+    append_multi_values(out, values, delimiter);
     return out;
 }
 
@@ -143,7 +148,15 @@ std::string media_description_line::get_value() const
 void media_description_line::as_sdp_helper(std::string& out) const
 {
     out += "m=";
-    out += get_value();
+    for (const auto* part : {&media_type_, &port_}) {
+        out += *part;
+        out += ' ';
+    }
+    out += transport_;
+    for (const auto& f : formats_) {
+        out += ' ';
+        out += f;
+    }
     out += "\r\n";
 }
 

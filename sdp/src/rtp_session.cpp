@@ -59,8 +59,8 @@ void read_ice(const session_lines& session, const media_description& media, opti
                 continue;
             caps.try_ice_remote_candidates_attribute(a);
         }
-        caps.validate_init();
-        out = std::move(caps);
+        // Same conditions as validate_init(), tested without an exception: most sections fail one.
+        if (caps.is_valid()) out = std::move(caps);
     } catch (const std::invalid_argument&) {
     }
 }
@@ -75,8 +75,7 @@ void read_dtls(const session_lines& session, const media_description& media, opt
                 caps.try_fingerprint_attribute(a);
             }
         }
-        caps.validate_init();
-        out = std::move(caps);
+        if (caps.is_valid()) out = std::move(caps);
     } catch (const std::invalid_argument&) {
     }
 }
@@ -125,9 +124,14 @@ rtp_session::rtp_session(const session_lines& session, const media_description& 
     ip_address = detail::find_connection_address(session, media);
 
     std::vector<rtp_map> maps;
-    for (const auto& a : media.attribute_lines)
+    fmtp_cache fmtps;
+    for (const auto& a : media.attribute_lines) {
         if (rtp_map::is_likely_valid(a)) maps.emplace_back(a);
-    for (const auto& f : m.get_formats()) init_format(f, maps, media);
+        else if (format_parameters::is_likely_valid(a)) fmtps.lines.push_back(&a);
+    }
+    fmtps.parsed.resize(fmtps.lines.size());
+    codecs.reserve(m.get_formats().size());
+    for (const auto& f : m.get_formats()) init_format(f, maps, fmtps);
 
     init_attributes(session, media);
     init_cmulti(media);
@@ -158,8 +162,7 @@ void rtp_session::init_bandwidth(const media_description& media)
         if (b.get_bandwidth_type() == "AS" || b.get_bandwidth_type() == "TIAS") bandwidth.push_back(b);
 }
 
-void rtp_session::init_format(const std::string& format, const std::vector<rtp_map>& maps,
-                              const media_description& media)
+void rtp_session::init_format(const std::string& format, const std::vector<rtp_map>& maps, fmtp_cache& fmtps)
 {
     const rtp_map* map = nullptr;
     for (const auto& r : maps)
@@ -168,9 +171,9 @@ void rtp_session::init_format(const std::string& format, const std::vector<rtp_m
             break;
         }
     if (map) {
-        for (const auto& a : media.attribute_lines) {
-            if (!format_parameters::is_likely_valid(a)) continue;
-            format_parameters fp(a);
+        for (std::size_t k = 0; k < fmtps.lines.size(); ++k) {
+            if (!fmtps.parsed[k].is_set()) fmtps.parsed[k] = format_parameters(*fmtps.lines[k]);
+            const auto& fp = fmtps.parsed[k].get_data();
             if (fp.format == format) {
                 codecs.emplace_back(*map, fp);
                 return;
@@ -241,8 +244,10 @@ void rtp_session::init_cmulti(const media_description& media)
             caps.track_cmulti_rtcp_feedback(a);
             caps.add_attribute(a);
         }
-        // An ordinary section has none of these attributes; this is how it is told apart.
-        if (caps.scr_versions == 0) throw std::invalid_argument("no vorta multistream RTCP feedback attribute found");
+        // An ordinary section has no SCR feedback; this is how it is told apart. Most sections are
+        // ordinary, so this is a plain test rather than the "no vorta multistream RTCP feedback
+        // attribute found" exception, with the same outcome: cmulti stays unset.
+        if (caps.scr_versions == 0) return;
         cmulti = std::move(caps);
         // The SCR feedback lines now belong to the capability set, which prints them itself.
         std::erase_if(rtcp_feedback, [](const sdp::rtcp_feedback& f) {

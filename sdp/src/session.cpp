@@ -7,28 +7,42 @@ namespace sdp {
 session::session(const session_lines& lines, const media_description& media)
 {
     // Each kind throws invalid_argument when the section is not of its shape; an unreadable
-    // section is required to end as a disabled one rather than as an error.
+    // section is required to end as a disabled one rather than as an error. A kind whose media
+    // type or transport does not match would throw at once, so it is not tried at all: same
+    // outcome, without an exception for every section that is not of the first kind.
+    const auto& m = media.get_media_line();
+    const auto& type = m.get_media_type();
+    const auto& transport = m.get_transport();
+    bool application = type == "application";
     try {
-        rtp = rtp_session(lines, media);
-        return;
+        if ((type == "audio" || type == "video") && rtp_session::is_valid_transport_protocol(transport)) {
+            rtp = rtp_session(lines, media);
+            return;
+        }
     } catch (const std::invalid_argument&) {
     }
     try {
-        bfcp = bfcp_session(lines, media);
-        return;
+        if (application && bfcp_session::is_valid_transport_protocol(transport)) {
+            bfcp = bfcp_session(lines, media);
+            return;
+        }
     } catch (const std::invalid_argument&) {
     }
     try {
-        sctp = sctp_session(lines, media);
-        return;
+        if (application && sctp_session::is_valid_transport_protocol(transport)) {
+            sctp = sctp_session(lines, media);
+            return;
+        }
     } catch (const std::invalid_argument&) {
     }
     try {
-        ix = ix_session(lines, media);
-        return;
+        if (application && ix_session::is_valid_transport_protocol(transport)) {
+            ix = ix_session(lines, media);
+            return;
+        }
     } catch (const std::invalid_argument&) {
     }
-    disabled = disabled_session(media.get_media_line());
+    disabled = disabled_session(m);
 }
 
 session::session(rtp_session s) : rtp(std::move(s)) {}

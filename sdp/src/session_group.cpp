@@ -45,8 +45,8 @@ session_group::session_group(const session_description& description)
     try {
         sobe_caps caps;
         for (const auto& a : description.attribute_lines) caps.add_attribute(a);
-        caps.validate();
-        sobe = std::move(caps);
+        // Most descriptions have no resilience attributes: test rather than throw and catch.
+        if (caps.is_valid()) sobe = std::move(caps);
     } catch (const std::invalid_argument&) {
     }
 

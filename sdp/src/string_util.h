@@ -16,8 +16,8 @@ void for_each_token(std::string_view text, char delimiter, std::size_t max, Fn&&
 {
     std::size_t pos = 0, count = 0;
     while (true) {
-        pos = text.find_first_not_of(delimiter, pos);
-        if (pos == std::string_view::npos) return;
+        while (pos < text.size() && text[pos] == delimiter) ++pos;
+        if (pos >= text.size()) return;
         if (max != 0 && count == max - 1) {
             fn(text.substr(pos));
             return;
@@ -43,6 +43,7 @@ inline std::vector<std::string_view> split_view(std::string_view text, char deli
 inline std::vector<std::string> split(std::string_view text, char delimiter, std::size_t max = 0)
 {
     std::vector<std::string> out;
+    out.reserve(max != 0 ? max : 4);  // most values have a handful of fields
     for_each_token(text, delimiter, max, [&](std::string_view t) { out.emplace_back(t); });
     return out;
 }

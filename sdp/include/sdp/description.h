@@ -72,6 +72,9 @@ public:
     }
 
 protected:
+    friend class session_description;
+    // add_line(raw) for a line whose type letter is already known.
+    void add_line_of_type(line_type type, std::string_view raw);
     template <class L>
     void add_typed(std::vector<L>& list, L l, bool replace);
     void check_policy(line_type type, bool replace, bool list_empty) const;
@@ -80,6 +83,8 @@ protected:
 };
 
 class session_lines : public description_lines {
+    friend class session_description;
+
 public:
     session_lines();
     explicit session_lines(std::string_view text);
@@ -87,6 +92,8 @@ public:
 };
 
 class media_lines : public description_lines {
+    friend class session_description;
+
 public:
     media_lines();
     explicit media_lines(std::string_view text);

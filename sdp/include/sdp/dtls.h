@@ -42,6 +42,8 @@ public:
     int try_fingerprint_attribute(const attribute_line& l);
     // Throws when no valid setup or no valid fingerprint was seen.
     void validate_init() const;
+    // What validate_init() checks, without the exception.
+    bool is_valid() const { return has_role_ && !fingerprints.empty(); }
 
     // a=setup first, then one a=fingerprint each.
     std::vector<attribute_line> as_attribute_line() const;

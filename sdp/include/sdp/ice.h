@@ -79,6 +79,8 @@ public:
     bool try_ice_remote_candidates_attribute(const attribute_line& l);
     // Username of 4 bytes or more, password of 22 or more, at least one candidate.
     void validate_init() const;
+    // What validate_init() checks, without the exception.
+    bool is_valid() const;
 
     // ice-ufrag, ice-pwd, each candidate, each remote-candidates line.
     std::vector<attribute_line> as_attribute_line() const;

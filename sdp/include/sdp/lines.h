@@ -40,6 +40,7 @@ std::vector<std::string> parse_multi_values(std::string_view raw, line_type type
                                             std::size_t max, char delimiter, bool split_all);
 void check_multi_count(std::size_t count, line_type type, std::size_t min, std::size_t max);
 std::string join_multi_values(const std::vector<std::string>& values, char delimiter);
+void append_multi_values(std::string& out, const std::vector<std::string>& values, char delimiter);
 }  // namespace detail
 
 // A line whose value is a list of strings. With split_all the value is cut at every delimiter and
@@ -59,6 +60,13 @@ public:
 
     line_type get_type() const override { return T; }
     std::string get_value() const override { return detail::join_multi_values(values_, D); }
+    void as_sdp_helper(std::string& out) const override
+    {
+        out += line_type_to_char(T);
+        out += '=';
+        detail::append_multi_values(out, values_, D);
+        out += "\r\n";
+    }
     const std::vector<std::string>& get_values() const { return values_; }
 
     bool operator==(const multi_string_value_line& other) const { return values_ == other.values_; }

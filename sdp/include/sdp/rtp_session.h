@@ -77,7 +77,13 @@ public:
 private:
     void init_session_type(const media_description& media);
     void init_bandwidth(const media_description& media);
-    void init_format(const std::string& format, const std::vector<rtp_map>& maps, const media_description& media);
+    // fmtp lines are read once, on first need, in line order: a malformed one fails the section
+    // exactly when a search by line order would reach it.
+    struct fmtp_cache {
+        std::vector<const attribute_line*> lines;
+        std::vector<optional_value<format_parameters>> parsed;
+    };
+    void init_format(const std::string& format, const std::vector<rtp_map>& maps, fmtp_cache& fmtps);
     void init_attributes(const session_lines& session, const media_description& media);
     void init_cmulti(const media_description& media);
 };
@@ -90,10 +96,9 @@ const char* address_type_of(const std::string& address);
 uint16_t read_media_port(const media_description& media);
 void read_ice(const session_lines& session, const media_description& media, optional_value<ice_caps>& out);
 void read_dtls(const session_lines& session, const media_description& media, optional_value<dtls_caps>& out);
-template <class List>
-void add_attribute_lines(media_description& m, const List& lines)
+inline void add_attribute_lines(media_description& m, std::vector<attribute_line> lines)
 {
-    for (const auto& l : lines) m.add_line(l, false);
+    for (auto& l : lines) m.add_line(std::move(l), false);
 }
 }  // namespace detail
 

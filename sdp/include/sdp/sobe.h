@@ -92,6 +92,8 @@ public:
     bool add_attribute(const attribute_line& l);
     // Hybrid resilience needs RTX, and a version is required.
     void validate() const;
+    // What validate() checks, without the exception.
+    bool is_valid() const { return (hybrid_versions.empty() || !rtx_versions.empty()) && !versions.empty(); }
     // Version line, rate line if set, RTX line, hybrid line.
     std::vector<attribute_line> as_attribute_line() const;
     bool operator==(const sobe_caps&) const = default;
