@@ -13,20 +13,10 @@ public:
     virtual bool TryLock() = 0;
 };
 
-class CCmMutexThread final : public CCmMutexThreadBase {
-public:
-    CmResult Lock() override { m_mutex.lock(); return CM_OK; }
-    CmResult UnLock() override { m_mutex.unlock(); return CM_OK; }
-    bool TryLock() override { return m_mutex.try_lock(); }
-    // Satisfies BasicLockable so std::lock_guard and std::condition_variable_any work too.
-    void lock() { m_mutex.lock(); }
-    void unlock() { m_mutex.unlock(); }
-
-private:
-    std::mutex m_mutex;
-};
-
-class CCmMutexThreadRecursive final : public CCmMutexThreadBase {
+// The lock interface over a standard mutex; also BasicLockable, so std::lock_guard and
+// std::condition_variable_any work with it.
+template <class StdMutex>
+class CCmMutexThreadT final : public CCmMutexThreadBase {
 public:
     CmResult Lock() override { m_mutex.lock(); return CM_OK; }
     CmResult UnLock() override { m_mutex.unlock(); return CM_OK; }
@@ -35,8 +25,11 @@ public:
     void unlock() { m_mutex.unlock(); }
 
 private:
-    std::recursive_mutex m_mutex;
+    StdMutex m_mutex;
 };
+
+using CCmMutexThread = CCmMutexThreadT<std::mutex>;
+using CCmMutexThreadRecursive = CCmMutexThreadT<std::recursive_mutex>;
 
 template <class MutexType>
 class CCmMutexGuardT {
