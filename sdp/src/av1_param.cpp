@@ -20,7 +20,7 @@ struct av1_level_row {
     uint32_t main_kbps, high_kbps;
 };
 
-// Levels 2.0 to 6.3 as seq_level_idx; the gaps are levels the AV1 specification leaves undefined.
+// Levels 2.0 to 6.3 as seq_level_idx; the gaps are levels the AV1 bitstream standard leaves undefined.
 const std::map<av1_level_idx_t, av1_level_row>& level_table()
 {
     static const std::map<av1_level_idx_t, av1_level_row> table = {

@@ -1,4 +1,4 @@
-// AV1 format parameters with the level defaults of the AV1 specification (Annex A.3).
+// AV1 format parameters with the level defaults of the AV1 bitstream standard (Annex A.3).
 #pragma once
 
 #include <cstdint>
