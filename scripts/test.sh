@@ -29,7 +29,7 @@ if [ "${SKIP_FUZZ:-0}" != 1 ]; then
     echo "-- $name"
     "$f" -max_total_time="${FUZZ_SECONDS:-20}" -rss_limit_mb=2048 -print_final_stats=1 "$work" "${seeds[@]}" \
       2>"$work.log" || { tail -60 "$work.log"; exit 1; }
-    grep -E '^stat::number_of_executed_runs' "$work.log" || true
+    grep -E '^Done [0-9]+ runs' "$work.log" || true
     rm -rf "$work" "$work.log"
   done
 fi
