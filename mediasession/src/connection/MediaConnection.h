@@ -69,6 +69,17 @@ public:
     CSessionMetrics& GetSessionMetrics() { return m_sessionMetrics; }
     bool IsCallStarted() const { return m_bCallStarted; }
     bool IsSipCall() const { return m_bSipCall; }
+
+    // Connection-wide switches the global configuration sets (legal only before the call starts).
+    void EnableICE(bool enable) { m_bIceEnabled = enable; }
+    bool IsICEEnabled() const { return m_bIceEnabled; }
+    void EnableDtlsSRTP(bool enable) { m_bDtlsSrtpEnabled = enable; }
+    bool IsDtlsSRTPEnabled() const { return m_bDtlsSrtpEnabled; }
+    void SetClientType(int type) { m_clientType = type; }
+    int GetClientType() const { return m_clientType; }
+
+    // A line has chosen its ports (and has its certificate where DTLS needs one).
+    void onPortSelected(CMediaConnectionInfo* line);
     bool IsSvs() const { return m_bSvs; }
     bool IsExternalTransport() const { return m_bExternalTransport; }
     int GetSendSdpType() const { return m_sendSdpType; }
@@ -118,6 +129,9 @@ private:
     const bool m_bSvs;
     const bool m_bExternalCsi;
     bool m_bSipCall = false;
+    bool m_bIceEnabled = false;
+    bool m_bDtlsSrtpEnabled = false;
+    int m_clientType = 0;
     int32_t m_iceLineCount = 0;
     bool m_bStoppingConnections = false;
     bool m_bLowTickStarted = false;

@@ -187,13 +187,24 @@ ZynResult CMediaConnection::StartSDPRenegotiation()
     return ZYN_S_OK;
 }
 
-// The local description is assembled once every line has chosen its ports; the lines report
-// back through onPortSelected. Lines do not listen yet, so there is nothing to wait for.
+// Every line but application ones starts listening; each reports back through onPortSelected,
+// and the local description is assembled once the last one has.
 ZynResult CMediaConnection::selectPort()
 {
-    MS_INFO_TRACE("CMediaConnection::selectPort, lines=" << m_connections.size() << CONN_TAIL);
-    ++m_sdpVersion;
+    MS_DETAIL_TRACE("CMediaConnection::selectPort, conn=" << m_connections.size() << CONN_TAIL);
+    for (CMediaConnectionInfo* line : m_connections) {
+        if (!line) break;
+        if (line->GetSessionType() == ZynSessionType_Application) continue;
+        ZynResult r = line->StartListen(m_localAddress, false, m_bExternalTransport);
+        if (r == ZYN_E_GATHERFAILED || r == ZYN_E_NETQUEUE) return r;
+        if (!ZYN_SUCCEEDED(r)) return ZYN_E_FAIL;
+    }
     return ZYN_S_OK;
+}
+
+void CMediaConnection::onPortSelected(CMediaConnectionInfo* line)
+{
+    MS_DETAIL_TRACE("CMediaConnection::onPortSelected, mid=" << (line ? line->GetMid() : 0) << CONN_TAIL);
 }
 
 ZynResult CMediaConnection::buildUpdateSdp()

@@ -3,6 +3,8 @@
 #include <string>
 
 #include "connection/MediaConnection.h"
+#include "entry/CertficateGenerator.h"
+#include "tp/CmCert.h"
 #include "tp/CmThreadManager.h"
 #include "util/CmTrace.h"
 
@@ -73,6 +75,7 @@ ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionTyp
     m_bCVOSend = ZynDeviceSupportCVOSend();
     m_bCVORecv = ZynDeviceSupportCVORecv();
     m_nThreadType = ThreadTypeOf(type);
+    if (ZynResult r = CreateConnector(); !ZYN_SUCCEEDED(r)) return r;
     if (type == ZynSessionType_Audio) {
         m_maxSources = 3;
         MS_INFO_TRACE("CMediaConnectionInfo::Init, set audio multistream to " << m_maxSources << LINE_TAIL);
@@ -87,7 +90,10 @@ ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionTyp
         ZynResult r = CreateSession();
         if (!ZYN_SUCCEEDED(r)) return r;
     }
-    if (ACmThread* net = CCmThreadManager::Instance()->GetThread(m_nThreadType)) m_eqNetwork = net->GetEventQueue();
+    if (ACmThread* net = CCmThreadManager::Instance()->GetThread(m_nThreadType)) {
+        m_networkThread = net;
+        m_eqNetwork = net->GetEventQueue();
+    }
     MS_INFO_TRACE("CMediaConnectionInfo::Init, mid=" << m_mid << ", threadType=" << m_nThreadType << LINE_TAIL);
     return ZYN_S_OK;
 }
@@ -148,6 +154,157 @@ ZynResult CMediaConnectionInfo::CreateLocalZynSession(bool notify)
     return ZYN_S_OK;
 }
 
+void CMediaConnectionInfo::PortRangeOf(ZynSessionType type, uint16_t& minPort, uint16_t& maxPort)
+{
+    switch (type) {
+    case ZynSessionType_Video:
+    case ZynSessionType_ScreenShare: minPort = 52100; maxPort = 52199; break;
+    case ZynSessionType_Application: minPort = 53000; maxPort = 53049; break;
+    default: minPort = 52000; maxPort = 52049; break;
+    }
+}
+
+ZynResult CMediaConnectionInfo::CreateConnector()
+{
+    const int clientType = m_sink ? m_sink->GetClientType() : 0;
+    if (clientType == 2 || clientType == 4)
+        MS_INFO_TRACE("CMediaConnectionInfo::Init, create CIceConnectorQLOX object" << LINE_TAIL);
+    else
+        MS_INFO_TRACE("CMediaConnectionInfo::Init, create CIceConnector object" << LINE_TAIL);
+    auto connector = std::make_shared<CIceConnector>(this, GetIdentityCallId());
+    m_iceConnector.Set(connector);
+    if (!m_iceConnector.Get()) {
+        MS_ERROR_TRACE("CMediaConnectionInfo::Init, m_pIceConnector == nullptr" << LINE_TAIL);
+        return ZYN_E_POINTER;
+    }
+    uint16_t minPort = 0, maxPort = 0;
+    PortRangeOf(m_type, minPort, maxPort);
+    m_iceConnector.SetSessionType(m_type);
+    m_iceConnector.SetPortRange(minPort, maxPort);
+    m_iceConnector.SetNetworkThreadType(m_nThreadType);
+    return ZYN_S_OK;
+}
+
+namespace {
+
+// Waits on the main thread for the process certificate, then finishes the line's listening.
+class CCertificateReadyEvent final : public ICmEvent {
+public:
+    CCertificateReadyEvent(CMediaConnection* connection, CMediaConnectionInfo* line, unsigned long mid)
+        : m_connection(connection), m_line(line), m_mid(mid)
+    {
+    }
+    CmResult OnEventFire() override
+    {
+        // The line may have gone while the event waited: only a line still in the connection
+        // under the same mid is told.
+        if (m_connection->FindConnection(m_mid) == m_line) m_line->OnCertificateReady();
+        return CM_OK;
+    }
+
+private:
+    CMediaConnectionPtr m_connection;
+    CMediaConnectionInfo* m_line;
+    unsigned long m_mid;
+};
+
+}  // namespace
+
+ZynResult CMediaConnectionInfo::StartListen(const CCmInetAddr& address, bool gather, bool nonListen)
+{
+    if (!m_eqNetwork || !m_networkThread) return ZYN_E_POINTER;
+    m_bStopListen = false;
+    const bool ice = m_sink && m_sink->IsICEEnabled();
+    const ZynConnectionPolicy policy = ZynConnectionPolicy_UDP;
+    ZynResult collected = ZYN_S_OK;
+    CmResult sent = CmInvokeInThread(m_networkThread, false, [&] {
+        m_iceConnector.setNonListen(nonListen);
+        if (nonListen) m_iceConnector.SetLocalIP("127.0.0.1", "127.0.0.1");
+        collected = m_iceConnector.StartCollectCandidates(policy, gather, ice);
+        return CM_OK;
+    });
+    if (sent == CM_ERROR_NOT_INITIALIZED) return ZYN_E_NETQUEUE;
+    if (sent != CM_OK) {
+        CM_ASSERT_REPORT("CM_SUCCEEDED(cret)");
+        return ZYN_E_FAIL;
+    }
+    if (collected != ZYN_S_OK) return ZYN_E_GATHERFAILED;
+    MS_INFO_TRACE("CMediaConnectionInfo::StartListen, address=" << address.GetIpDisplayName() << ", ice=" << ice
+                  << LINE_TAIL);
+
+    if (!m_sink || !m_sink->IsDtlsSRTPEnabled()) {
+        OnListenDone();
+        return ZYN_S_OK;
+    }
+    auto* event = new CCertificateReadyEvent(m_sink, this, m_mid);
+    if (CCertficateGenerator::Instance()->RegisterObserver(event, TT_MAIN) == 1) {
+        event->OnEventFire();  // the certificate exists already
+        event->OnDestorySelf();
+    } else {
+        m_certificateObserver = event;
+    }
+    return ZYN_S_OK;
+}
+
+std::mutex CMediaConnectionInfo::s_dtlsMutex;
+CCmString CMediaConnectionInfo::m_pDtlsCert;
+CCmString CMediaConnectionInfo::m_pDtlsPriKey;
+
+void CMediaConnectionInfo::OnCertificateReady()
+{
+    {
+        std::lock_guard<std::mutex> lock(s_dtlsMutex);
+        if (m_pDtlsCert.empty()) CCertficateGenerator::Instance()->GetCertificate(m_pDtlsCert, m_pDtlsPriKey);
+        if (m_chLocalFingerPrint.empty() && GenerateFingerPrint(m_pDtlsCert, m_chLocalFingerPrint) != CM_OK)
+            MS_ERROR_TRACE("CMediaConnectionInfo::OnCertificateReady, no fingerprint" << LINE_TAIL);
+    }
+    OnListenDone();
+}
+
+void CMediaConnectionInfo::OnListenDone()
+{
+    m_certificateObserver = nullptr;
+    m_bPortSelected.store(true);
+    if (m_sink) m_sink->onPortSelected(this);
+}
+
+ZynResult CMediaConnectionInfo::StopListen()
+{
+    m_bStopListen = true;
+    if (!m_networkThread || !m_eqNetwork) return ZYN_E_WRONGSTATE;
+    return CmInvokeInThread(m_networkThread, false, [this] {
+        m_iceConnector.StopListen();
+        return CM_OK;
+    });
+}
+
+ZynResult CMediaConnectionInfo::Disconnect_i(bool cleanup, bool stopListen)
+{
+    m_bStopListen = stopListen;
+    if (!m_networkThread || !m_eqNetwork) return ZYN_E_WRONGSTATE;
+    CmResult r = CmInvokeInThread(m_networkThread, false, [this, cleanup] {
+        m_iceConnector.CleanUp(cleanup, m_bStopListen);
+        return CM_OK;
+    });
+    if (r != CM_OK) {
+        if (m_sink) m_sink->GetSessionMetrics().KickZynError("CMCIStop", r);
+        CM_ASSERT_REPORT("(cmret == 0)");
+    }
+    return r;
+}
+
+void CMediaConnectionInfo::OnReceive(CCmMessageBlock&, ICmTransport*, CCmTransportParameter*)
+{
+    m_receivedPackets.fetch_add(1);
+}
+
+void CMediaConnectionInfo::OnSend(ICmTransport*, CCmTransportParameter*) {}
+
+void CMediaConnectionInfo::OnDisconnect(CmResult reason, ICmTransport*)
+{
+    MS_WARNING_TRACE("CMediaConnectionInfo::OnDisconnect, reason=" << reason << LINE_TAIL);
+}
+
 ZynResult CMediaConnectionInfo::SendRTPPacket(const uint8_t*, uint32_t) { return ZYN_E_FAIL; }
 ZynResult CMediaConnectionInfo::SendRTCPPacket(const uint8_t*, uint32_t) { return ZYN_E_FAIL; }
 
@@ -155,15 +312,21 @@ void CMediaConnectionInfo::Stop()
 {
     if (m_pLocalTrack) m_pLocalTrack->Stop();
     if (m_pZynSession) {
+        m_pZynSession->SetTransport(nullptr);
         int32_t ignored = 0;
         m_pZynSession->StopSession(&ignored);
     }
+    m_bPortSelected.store(false);
+    if (m_networkThread) Disconnect_i(true, true);
 }
 
 void CMediaConnectionInfo::Cleanup()
 {
     if (m_bCleaning) return;
     m_bCleaning = true;
+    if (m_certificateObserver && CCertficateGenerator::Instance()->UnRegisterObserver(m_certificateObserver) == 0)
+        m_certificateObserver->OnDestorySelf();
+    m_certificateObserver = nullptr;
     if (m_pLocalTrack) {
         if (m_pZynSession) m_pZynSession->RemoveTrack(m_pLocalTrack);
         m_pLocalTrack->Uninit();
@@ -175,7 +338,16 @@ void CMediaConnectionInfo::Cleanup()
         m_pZynSession->Release();
         m_pZynSession = nullptr;
     }
+    // The connector's sockets and threads go before the line they call back into.
+    if (m_networkThread && m_networkThread->GetEventQueue())
+        CmInvokeInThread(m_networkThread, false, [this] {
+            m_iceConnector.Set(nullptr);
+            return CM_OK;
+        });
+    else
+        m_iceConnector.Set(nullptr);
     m_eqNetwork = nullptr;
+    m_networkThread = nullptr;
     m_sink = nullptr;
 }
 

@@ -7,10 +7,15 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
+#include <string>
 
 #include "common/ZynIdentity.h"
+#include "ice/IceConnector.h"
 #include "mediasession/ZynDefines.h"
 #include "tp/CmEvent.h"
+#include "tp/CmString.h"
+#include "tp/CmThread.h"
 #include "tp/CmTimerWrapperID.h"
 #include "zyn/ZynEngineApi.h"
 
@@ -19,6 +24,7 @@ namespace zyn {
 class CMediaConnection;
 
 class CMediaConnectionInfo final : public IZynMediaTransport,
+                                   public IceConnectorSink,
                                    public CCmTimerWrapperIDSink,
                                    public ZYNIdentityT<CMediaConnectionInfo> {
 public:
@@ -30,6 +36,26 @@ public:
     ZynResult CreateLocalZynSession(bool notify);
     void Stop();
     void Cleanup();
+
+    // Chooses ports and collects candidates on the network thread, waiting for it; then, once the
+    // certificate exists where DTLS needs one, reports onPortSelected to the connection.
+    ZynResult StartListen(const CCmInetAddr& address, bool gather, bool nonListen);
+    ZynResult StopListen();
+    // Drops transports on the network thread (waiting); cleanup also closes the listeners.
+    ZynResult Disconnect_i(bool cleanup, bool stopListen);
+    bool IsPortSelected() const { return m_bPortSelected.load(); }
+    CIceConnectorWrapper& GetIceConnector() { return m_iceConnector; }
+    // Port range of the line's kind.
+    static void PortRangeOf(ZynSessionType type, uint16_t& minPort, uint16_t& maxPort);
+
+    // IceConnectorSink (network thread).
+    void OnReceive(CCmMessageBlock& data, ICmTransport* transport, CCmTransportParameter* parameter) override;
+    void OnSend(ICmTransport* transport, CCmTransportParameter* parameter) override;
+    void OnDisconnect(CmResult reason, ICmTransport* transport) override;
+    uint64_t GetReceivedPackets() const { return m_receivedPackets.load(); }
+    // The process certificate exists: take it and its fingerprint, then report the ports.
+    void OnCertificateReady();
+    const std::string& GetLocalFingerPrint() const { return m_chLocalFingerPrint; }
 
     // IZynMediaTransport: nothing is connected yet, so there is nowhere to send.
     int32_t GetTransportType() override { return m_transportType; }
@@ -57,6 +83,8 @@ public:
 
 private:
     ZynResult CreateSession();
+    ZynResult CreateConnector();
+    void OnListenDone();
     ZynTrackKind LocalTrackKind() const;
 
     CMediaConnection* m_sink = nullptr;  // the connection; cleared by Cleanup
@@ -74,6 +102,17 @@ private:
     IZynMediaSession* m_pZynSession = nullptr;  // one reference
     IZynMediaTrack* m_pLocalTrack = nullptr;    // one reference
     ICmEventQueue* m_eqNetwork = nullptr;
+    ACmThread* m_networkThread = nullptr;
+    CIceConnectorWrapper m_iceConnector;
+    std::atomic<bool> m_bPortSelected{false};
+    std::atomic<uint64_t> m_receivedPackets{0};
+    bool m_bStopListen = true;
+    ICmEvent* m_certificateObserver = nullptr;  // registered with the generator, not yet fired
+    std::string m_chLocalFingerPrint;
+    // The process certificate and key, copied on first use by any line.
+    static std::mutex s_dtlsMutex;
+    static CCmString m_pDtlsCert;
+    static CCmString m_pDtlsPriKey;
 };
 
 }  // namespace zyn

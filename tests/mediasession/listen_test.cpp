@@ -1,0 +1,146 @@
+// An offer makes every line listen: ports in the line's range, really bound, and with DTLS the
+// certificate's fingerprint before the line counts as ready.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <regex>
+
+#include "connection/MediaConnection.h"
+#include "entry/CertficateGenerator.h"
+#include "line/MediaConnectionInfo.h"
+#include "test_support.h"
+#include "tp/CmThreadManager.h"
+#include "util/CmLocalAddr.h"
+
+namespace {
+
+using zyn::CMediaConnection;
+using zyn::CMediaConnectionInfo;
+
+void SendDatagram(const CCmInetAddr& to)
+{
+    int fd = socket(to.GetType(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sendto(fd, "probe", 5, 0, to.GetPtr(), to.GetSize());
+    close(fd);
+}
+
+// Runs on the network thread of the line: its receive count then includes all earlier datagrams
+// that the loop had already seen. A datagram in flight on loopback is delivered before the next
+// round, so two rounds are enough.
+uint64_t ReceivedAfterDrain(CMediaConnectionInfo* line)
+{
+    ACmThread* net = CCmThreadManager::Instance()->GetThread(line->GetThreadType());
+    for (int i = 0; i < 2; ++i) CmInvokeInThread(net, false, [] { return CM_OK; });
+    return line->GetReceivedPackets();
+}
+
+class ListenTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        set_local_addr_allow_list({"127.0.0.1", "::1"});
+        ASSERT_EQ(ZYN_S_OK, CreateMediaConnection(&m_conn, 0));
+        m_impl = static_cast<CMediaConnection*>(m_conn);
+        m_conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, 0, nullptr);
+        m_conn->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, 1, nullptr);
+        m_conn->AddMedia(ZynSessionType_ScreenShare, ZynDirection_Recv, 2, nullptr);
+        m_conn->AddMedia(ZynSessionType_Application, ZynDirection_SendRecv, 3, nullptr);
+    }
+    void TearDown() override
+    {
+        StopOnMain();
+        m_conn->Release();
+        clear_local_addr_allow_list();
+    }
+    // On the main thread, where the clean-up that Stop posts runs too, as an application does.
+    void StopOnMain()
+    {
+        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [this] {
+            m_conn->Stop();
+            return CM_OK;
+        });
+    }
+    zyn::CIceConnector* Connector(unsigned long mid)
+    {
+        return dynamic_cast<zyn::CIceConnector*>(m_impl->FindConnection(mid)->GetIceConnector().Get());
+    }
+
+    mstest::EngineScope m_engine;
+    IZynMediaConnection* m_conn = nullptr;
+    CMediaConnection* m_impl = nullptr;
+};
+
+struct Range {
+    unsigned long mid;
+    uint16_t min, max;
+};
+const Range kRanges[] = {{0, 52000, 52049}, {1, 52100, 52199}, {2, 52100, 52199}};
+
+TEST_F(ListenTest, WithIceEveryLineHasBoundHostCandidatesInItsRange)
+{
+    m_impl->EnableICE(true);
+    ASSERT_EQ(ZYN_S_OK, m_conn->CreateOffer());
+    for (const Range& r : kRanges) {
+        SCOPED_TRACE(r.mid);
+        CMediaConnectionInfo* line = m_impl->FindConnection(r.mid);
+        EXPECT_TRUE(line->IsPortSelected());
+        const auto& cands = Connector(r.mid)->GetCandidates();
+        ASSERT_EQ(4u, cands.size());  // RTP and RTCP on 127.0.0.1 and ::1
+        uint64_t before = ReceivedAfterDrain(line);
+        for (const auto& c : cands) {
+            uint16_t port = c.rtpAddress.GetPort();
+            EXPECT_GE(port, r.min);
+            EXPECT_LE(port, r.max);
+            EXPECT_EQ(c.component - 1, (port - r.min) % 2);
+            SendDatagram(c.rtpAddress);
+        }
+        EXPECT_EQ(before + cands.size(), ReceivedAfterDrain(line));
+    }
+    EXPECT_FALSE(m_impl->FindConnection(3ul)->IsPortSelected());  // application lines do not listen
+}
+
+TEST_F(ListenTest, WithoutIceAPlainPortPairPerLine)
+{
+    ASSERT_EQ(ZYN_S_OK, m_conn->CreateOffer());
+    std::vector<CCmInetAddr> bound;
+    for (const Range& r : kRanges) {
+        SCOPED_TRACE(r.mid);
+        zyn::CIceConnector* c = Connector(r.mid);
+        uint16_t rtp = c->GetLocalRtpAddress().GetPort();
+        EXPECT_EQ(0, (rtp - r.min) % 2);
+        EXPECT_EQ(rtp + 1, c->GetLocalRtcpAddress().GetPort());
+        CMediaConnectionInfo* line = m_impl->FindConnection(r.mid);
+        uint64_t before = ReceivedAfterDrain(line);
+        SendDatagram(c->GetLocalRtpAddress());
+        SendDatagram(c->GetLocalRtcpAddress());
+        EXPECT_EQ(before + 2, ReceivedAfterDrain(line));
+        bound.push_back(c->GetLocalRtpAddress());
+        bound.push_back(c->GetLocalRtcpAddress());
+    }
+    // Stop closes them all: each port can be bound again.
+    StopOnMain();
+    for (const CCmInetAddr& a : bound) {
+        int fd = socket(a.GetType(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(0, bind(fd, a.GetPtr(), a.GetSize())) << a.ToString();
+        close(fd);
+    }
+}
+
+TEST_F(ListenTest, WithDtlsALineIsReadyOnceTheCertificateIsThere)
+{
+    m_impl->EnableDtlsSRTP(true);
+    ASSERT_EQ(ZYN_S_OK, m_conn->CreateOffer());
+    // The generator finishes in the background and posts to the main thread.
+    zyn::CCertficateGenerator::Instance()->Join();
+    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+    const std::regex sha1("([0-9A-F]{2}:){19}[0-9A-F]{2}");
+    for (const Range& r : kRanges) {
+        SCOPED_TRACE(r.mid);
+        CMediaConnectionInfo* line = m_impl->FindConnection(r.mid);
+        EXPECT_TRUE(line->IsPortSelected());
+        EXPECT_TRUE(std::regex_match(line->GetLocalFingerPrint(), sha1)) << line->GetLocalFingerPrint();
+    }
+}
+
+}  // namespace
