@@ -24,7 +24,12 @@ public:
 
 class Engine final : public RefCounted<IZynMediaEngineInternal> {
 public:
-    Engine(uint32_t id, bool externalTransport) : m_id(id), m_external(externalTransport) {}
+    Engine(uint32_t id, bool externalTransport) : m_id(id), m_external(externalTransport)
+    {
+        // One media thread per engine instance: it makes and sends the frames of all sessions.
+        auto thread = std::make_shared<CCmLoopThread>();
+        if (thread->Create("zyn-media", TT_USER_DEFINE_BASE) == CM_OK) m_mediaThread = thread;
+    }
     ~Engine() override
     {
         for (Session* s : m_sessions) s->Release();
@@ -39,7 +44,7 @@ public:
         if (type < ZynSessionType_Audio || type > ZynSessionType_Application) return ZYN_E_INVALIDARG;
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped) return ZYN_E_WRONGSTATE;
-        auto* session = new Session(type);
+        auto* session = new Session(type, m_mediaThread);
         session->AddRef();  // the engine keeps one to stop it with the engine
         m_sessions.push_back(session);
         *out = session;
@@ -92,6 +97,7 @@ private:
     std::vector<Session*> m_sessions;  // guarded by m_mutex
     bool m_stopped = false;            // guarded by m_mutex
     OptionStore m_options;
+    std::shared_ptr<ACmThread> m_mediaThread;  // shared with the sessions, which may outlive the engine
 };
 
 }  // namespace

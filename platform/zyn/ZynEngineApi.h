@@ -53,6 +53,20 @@ public:
     virtual bool IsStarted() = 0;
 };
 
+// What one session has sent and received so far.
+struct ZynFlowStatistics {
+    uint64_t packetsSent;
+    uint64_t bytesSent;
+    uint64_t packetsReceived;
+    uint64_t bytesReceived;
+    int64_t packetsLost;       // expected less received, over all remote sources
+    double lossRatio;          // lost / expected
+    double jitterMs;           // interarrival jitter of the busiest source
+    double rttMs;              // from the last report block about us; 0 until one came
+    double receiveKbps;        // over the last second or so
+    uint64_t srtpFailures;     // packets refused by SRTP (tampered, replayed, wrong key)
+};
+
 class IZynMediaSession : public IZynUnknown, public IZynOptionHolder {
 public:
     virtual ZynSessionType GetSessionType() = 0;
@@ -65,6 +79,12 @@ public:
     virtual ZynResult GetCSI(uint32_t label, uint32_t& csi) = 0;
     virtual ZynResult UpdateCSI(uint32_t label, uint32_t csi) = 0;
     virtual ZynResult Failover() = 0;
+    // Packets from the network (RTP, RTCP), SRTP-protected when keyed.
+    virtual ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) = 0;
+    virtual ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) = 0;
+    // direction 1 send, 2 receive; 30 bytes of master key and salt.
+    virtual ZynResult SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length) = 0;
+    virtual ZynResult GetFlowStatistics(ZynFlowStatistics& stats) = 0;
 };
 
 class IZynNetworkIndicator : public IZynUnknown {

@@ -4,9 +4,40 @@
 
 namespace zynsim {
 
+Session::Session(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread) : m_type(type)
+{
+    m_flow = std::make_unique<MediaFlow>(type, std::move(mediaThread), [this] { return HasRunningLocalTrack(); });
+}
+
 Session::~Session()
 {
+    m_flow.reset();
     for (IZynMediaTrack* t : m_tracks) t->Release();
+}
+
+bool Session::HasRunningLocalTrack()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_stopped) return false;
+    for (IZynMediaTrack* t : m_tracks)
+        if (t->GetKind() < ZynTrack_RemoteAudio && t->IsStarted()) return true;
+    return false;
+}
+
+ZynResult Session::ReceiveRTPPacket(const uint8_t* data, uint32_t length) { return m_flow->ReceiveRtp(data, length); }
+
+ZynResult Session::ReceiveRTCPPacket(const uint8_t* data, uint32_t length) { return m_flow->ReceiveRtcp(data, length); }
+
+ZynResult Session::SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length)
+{
+    if (!suite || !keySalt) return ZYN_E_POINTER;
+    return m_flow->SetKey(direction, suite, keySalt, length) ? ZYN_S_OK : ZYN_E_INVALIDARG;
+}
+
+ZynResult Session::GetFlowStatistics(ZynFlowStatistics& stats)
+{
+    stats = m_flow->GetStatistics();
+    return ZYN_S_OK;
 }
 
 ZynResult Session::AddTrack(IZynMediaTrack* track)
@@ -41,8 +72,12 @@ uint32_t Session::GetTrackCount()
 
 ZynResult Session::SetTransport(IZynMediaTransport* transport)
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_transport = transport;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_transport = transport;
+    }
+    // Once this returns, no frame goes to the old transport.
+    m_flow->SetTransport(transport);
     return ZYN_S_OK;
 }
 
@@ -61,6 +96,7 @@ ZynResult Session::StopSession(int32_t* out)
         m_transport = nullptr;
         tracks = m_tracks;
     }
+    m_flow->SetTransport(nullptr);
     for (IZynMediaTrack* t : tracks) t->Stop();
     if (out) *out = 0;
     return ZYN_S_OK;

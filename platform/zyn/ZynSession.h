@@ -3,13 +3,14 @@
 #include <map>
 #include <vector>
 
+#include "zyn/ZynMediaFlow.h"
 #include "zyn/ZynObject.h"
 
 namespace zynsim {
 
 class Session final : public RefCounted<IZynMediaSession> {
 public:
-    explicit Session(ZynSessionType type) : m_type(type) {}
+    Session(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread);
     ~Session() override;
 
     ZynSessionType GetSessionType() override { return m_type; }
@@ -22,6 +23,10 @@ public:
     ZynResult GetCSI(uint32_t label, uint32_t& csi) override;
     ZynResult UpdateCSI(uint32_t label, uint32_t csi) override;
     ZynResult Failover() override;
+    ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) override;
+    ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) override;
+    ZynResult SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length) override;
+    ZynResult GetFlowStatistics(ZynFlowStatistics& stats) override;
     ZynResult SetOption(int32_t id, const void* value, uint32_t size) override { return m_options.Set(id, value, size); }
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
 
@@ -35,6 +40,8 @@ private:
     IZynMediaTransport* m_transport = nullptr;  // not owned; guarded by m_mutex
     bool m_stopped = false;                     // guarded by m_mutex
     OptionStore m_options;
+    bool HasRunningLocalTrack();
+    std::unique_ptr<MediaFlow> m_flow;  // made last, destroyed first: its timer reads the tracks
 };
 
 }  // namespace zynsim

@@ -29,7 +29,6 @@ void SrtpContext::Reset()
 
 bool SrtpContext::SetKey(Direction direction, const std::string& suite, const uint8_t* keySalt, size_t length)
 {
-    Reset();
     if (!LibraryReady() || !keySalt || length != SRTP_AES_ICM_128_KEY_LEN_WSALT) return false;
     srtp_policy_t policy;
     std::memset(&policy, 0, sizeof(policy));
@@ -51,6 +50,7 @@ bool SrtpContext::SetKey(Direction direction, const std::string& suite, const ui
     bool ok = srtp_create(&session, &policy) == srtp_err_status_ok;
     std::memset(key, 0, sizeof(key));
     if (!ok) return false;
+    Reset();
     m_session = session;
     return true;
 }

@@ -18,7 +18,7 @@ public:
     SrtpContext& operator=(const SrtpContext&) = delete;
 
     // suite "AES_CM_128_HMAC_SHA1_80" or "AES_CM_128_HMAC_SHA1_32"; keySalt is the 30 bytes of
-    // master key and salt. Returns false (and stays unkeyed) on anything else.
+    // master key and salt. Returns false on anything else, keeping the key it had.
     bool SetKey(Direction direction, const std::string& suite, const uint8_t* keySalt, size_t length);
     bool IsKeyed() const { return m_session != nullptr; }
 

@@ -1,0 +1,77 @@
+// The packets of one engine session: on the engine's media thread a timer makes synthetic frames
+// at the rate of the media kind while a local track runs, and sends them, SRTP-protected when
+// keyed, through the session's transport with a sender report each second; what the network
+// delivers is checked, decrypted and counted for loss, jitter, round trip and bitrate.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "tp/CmThread.h"
+#include "tp/CmTimerWrapperID.h"
+#include "zyn/ZynEngineApi.h"
+#include "zyn/ZynRtp.h"
+#include "zyn/ZynSrtp.h"
+
+namespace zynsim {
+
+struct FlowProfile {
+    uint8_t payloadType;
+    uint32_t clockRate;
+    uint32_t frameMs;
+    uint32_t bytesPerFrame;  // payload of one frame
+    uint32_t maxPayload;     // per packet; a larger frame is split
+};
+
+// Opus-like audio at 32 kbit/s, 30 fps video at about 600 kbit/s, 5 fps sharing.
+FlowProfile ProfileOf(ZynSessionType type);
+
+class MediaFlow : public CCmTimerWrapperIDSink {
+public:
+    // hasLocalTrack is asked on each frame: frames are made only while a local track runs.
+    MediaFlow(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread, std::function<bool()> hasLocalTrack);
+    ~MediaFlow() override;
+
+    void SetTransport(IZynMediaTransport* transport);
+    // direction 1 send, 2 receive.
+    bool SetKey(int direction, const std::string& suite, const uint8_t* keySalt, size_t length);
+    ZynResult ReceiveRtp(const uint8_t* data, uint32_t length);
+    ZynResult ReceiveRtcp(const uint8_t* data, uint32_t length);
+    ZynFlowStatistics GetStatistics();
+
+    void OnTimer(CCmTimerWrapperID* id) override;
+
+private:
+    void SendFrame(uint64_t nowMs);
+    void SendReport(uint64_t nowMs);
+    static uint64_t NowMs();
+    static uint64_t NtpNow();
+
+    const ZynSessionType m_type;
+    const FlowProfile m_profile;
+    std::shared_ptr<ACmThread> m_thread;
+    std::function<bool()> m_hasLocalTrack;
+    CCmTimerWrapperID m_timer;  // media thread
+
+    // Held while a packet goes to the transport, never together with a lock of the receive side:
+    // the transport may hand the packet straight to another session.
+    std::mutex m_sendMutex;
+    IZynMediaTransport* m_transport = nullptr;  // guarded by m_sendMutex
+    std::mutex m_mutex;  // everything below
+    zynrtp::SrtpContext m_sendSrtp;
+    zynrtp::SrtpContext m_receiveSrtp;
+    uint32_t m_ssrc;
+    uint16_t m_sequence;
+    uint32_t m_timestamp;
+    uint64_t m_lastReportMs = 0;
+    ZynFlowStatistics m_stats{};
+    std::map<uint32_t, zynrtp::ReceiveStatistics> m_sources;
+    uint32_t m_lastRemoteSrMiddle = 0;
+    uint64_t m_lastRemoteSrArrivalNtp = 0;
+    uint64_t m_receiveBytesAtLastRate = 0;
+    uint64_t m_lastRateMs = 0;
+};
+
+}  // namespace zynsim
