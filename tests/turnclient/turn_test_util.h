@@ -19,35 +19,31 @@ namespace turn_test {
 
 using Bytes = std::vector<uint8_t>;
 
-#define TURN_TEST_PROFILE(NS)                                                          \
-    struct NS##_profile {                                                              \
-        using Msg = NS::StunMessage;                                                   \
-        using Instance = NS::TURN_INSTANCE_DATA;                                       \
-        static constexpr bool kZyn = std::is_same_v<Msg, zyn_gatewalk::StunMessage>;  \
-        static constexpr auto Start = &NS::TurnClient_StartAllocateTransaction;        \
-        static constexpr auto Permission = &NS::TurnClient_StartCreatePermissionReq;   \
-        static constexpr auto Channel = &NS::TurnClient_StartChannelBindReq;           \
-        static constexpr auto Deallocate = &NS::TurnClient_Deallocate;                 \
-        static constexpr auto Tick = &NS::TurnClient_HandleTick;                       \
-        static constexpr auto HandleIncResp = &NS::TurnClient_HandleIncResp;           \
-        static constexpr auto Free = &NS::TurnClient_free;                             \
-        static constexpr auto HasBoundChannel = &NS::TurnClient_HasBoundChannel;       \
-        static constexpr auto Stats = &NS::TurnClientGetStats;                         \
-        static constexpr auto Simulate = &NS::TurnClientSimulateSig;                   \
-        static constexpr auto SendPacket = &NS::TurnClient_SendPacket;                 \
-        static constexpr auto ReceivePacket = &NS::TurnClient_ReceivePacket;           \
-        static bool Decode(const Bytes& b, Msg* m)                                     \
-        {                                                                              \
-            return NS::stunlib_DecodeMessage(b.data(), b.size(), m, nullptr, nullptr); \
-        }                                                                              \
-        static uint32_t Encode(Msg* m, uint8_t* out, unsigned size, uint8_t* key)      \
-        {                                                                              \
-            return NS::stunlib_encodeMessage(m, out, size, key, key ? 16 : 0, nullptr);\
-        }                                                                              \
-        static bool CheckIntegrity(const Bytes& b, Msg* m, uint8_t* key)               \
-        {                                                                              \
-            return NS::stunlib_checkIntegrity(b.data(), b.size(), m, key, 16);         \
-        }                                                                              \
+#define TURN_TEST_PROFILE(NS)                                                                         \
+    struct NS##_profile {                                                                             \
+        using Msg = NS::StunMessage;                                                                  \
+        using Instance = NS::TURN_INSTANCE_DATA;                                                      \
+        static constexpr bool kZyn = std::is_same_v<Msg, zyn_gatewalk::StunMessage>;                 \
+        static constexpr auto Start = &NS::TurnClient_StartAllocateTransaction;                       \
+        static constexpr auto Permission = &NS::TurnClient_StartCreatePermissionReq;                  \
+        static constexpr auto Channel = &NS::TurnClient_StartChannelBindReq;                          \
+        static constexpr auto Deallocate = &NS::TurnClient_Deallocate;                                \
+        static constexpr auto Tick = &NS::TurnClient_HandleTick;                                      \
+        static constexpr auto HandleIncResp = &NS::TurnClient_HandleIncResp;                          \
+        static constexpr auto Free = &NS::TurnClient_free;                                            \
+        static constexpr auto HasBoundChannel = &NS::TurnClient_HasBoundChannel;                      \
+        static constexpr auto Stats = &NS::TurnClientGetStats;                                        \
+        static constexpr auto Simulate = &NS::TurnClientSimulateSig;                                  \
+        static constexpr auto SendPacket = &NS::TurnClient_SendPacket;                                \
+        static constexpr auto ReceivePacket = &NS::TurnClient_ReceivePacket;                          \
+        static bool Decode(const Bytes& b, Msg* m)                                                    \
+        {                                                                                             \
+            return NS::stunlib_DecodeMessage(b.data(), b.size(), m, nullptr, nullptr);                \
+        }                                                                                             \
+        static bool Signed(const Bytes& b, Msg* m, uint8_t* key)                                      \
+        {                                                                                             \
+            return NS::stunlib_checkIntegrity(b.data(), b.size(), m, key, 16);                        \
+        }                                                                                             \
     };
 TURN_TEST_PROFILE(qlox_gatewalk)
 TURN_TEST_PROFILE(zyn_gatewalk)
@@ -140,7 +136,7 @@ public:
         m->msgHdr.id = request->msgHdr.id;
         if (fill) fill(*m);
         uint8_t out[gatewalk::STUN_MAX_PACKET_SIZE];
-        uint32_t n = P::Encode(m.get(), out, sizeof out, withKey ? key : nullptr);
+        uint32_t n = stunlib_encodeMessage(m.get(), out, sizeof out, withKey ? key : nullptr, 16, nullptr);
         EXPECT_GT(n, 0u);
         return Bytes(out, out + n);
     }
@@ -197,19 +193,21 @@ public:
         sent.clear();
     }
 
-    void Permit(const char* peer = "198.51.100.9:7000")
+    // Starts a request of the allocated life: a permission, a channel bind, a refresh or the release.
+    bool Ask(gatewalk::TURN_SIGNAL what, uint16_t channel = 0x4001, const char* peer = "198.51.100.9:7000")
     {
         sockaddr_storage p = Addr(peer);
         const sockaddr* peers[] = {Sa(p)};
-        ASSERT_TRUE(P::Permission(inst, 1, peers));
-        ASSERT_TRUE(Answer(Response(gatewalk::STUN_MSG_CreatePermissionResponseMsg)));
+        if (what == gatewalk::TURN_SIGNAL_CreatePermissionReq) return P::Permission(inst, 1, peers);
+        if (what == gatewalk::TURN_SIGNAL_ChannelBindReq) return P::Channel(inst, channel, Sa(p));
+        P::Simulate(inst, what);
+        return true;
     }
-
-    void Bind(uint16_t channel = 0x4001, const char* peer = "198.51.100.9:7000")
+    void Permit() { ASSERT_TRUE(Ask(gatewalk::TURN_SIGNAL_CreatePermissionReq) && Answer(Response(gatewalk::STUN_MSG_CreatePermissionResponseMsg))); }
+    void Bind(uint16_t channel = 0x4001)
     {
-        sockaddr_storage p = Addr(peer);
-        ASSERT_TRUE(P::Channel(inst, channel, Sa(p)));
-        ASSERT_TRUE(Answer(Response(gatewalk::STUN_MSG_ChannelBindResponseMsg)));
+        ASSERT_TRUE(Ask(gatewalk::TURN_SIGNAL_ChannelBindReq, channel) &&
+                    Answer(Response(gatewalk::STUN_MSG_ChannelBindResponseMsg)));
     }
 
     void Advance(uint32_t ms)
@@ -224,14 +222,24 @@ public:
         return s.state;
     }
 
-    size_t SentOfType(uint16_t type)
+    // Time (ms from now) at which the first message of `type` leaves, or 0 if none within `limit`.
+    uint32_t NextSendOf(uint16_t type, uint32_t limit)
     {
-        size_t n = 0;
-        for (const auto& s : sent) {
-            auto m = NewMsg();
-            if (P::Decode(s.bytes, m.get()) && m->msgHdr.type == type) ++n;
+        for (uint32_t now = kTickMs; now <= limit; now += kTickMs) {
+            size_t before = sent.size();
+            P::Tick(inst);
+            for (size_t i = before; i < sent.size(); ++i) {
+                auto m = NewMsg();
+                if (P::Decode(sent[i].bytes, m.get()) && m->msgHdr.type == type) return now;
+            }
         }
-        return n;
+        return 0;
+    }
+
+    bool LastIsSigned()
+    {
+        auto m = Last();
+        return P::Signed(sent.back().bytes, m.get(), key);
     }
 
     typename P::Instance* inst = nullptr;
@@ -240,7 +248,7 @@ public:
     std::vector<gatewalk::TurnResult_T> results;
     gatewalk::TurnCallBackData_T lastData{};
     std::vector<std::string> logs;
-    uint8_t key[16] = {};
+    uint8_t key[16] = {};  // what the server signs with
 
 private:
     static void Send(const unsigned char* bytes, unsigned long length, const sockaddr* to, void* ctx)
