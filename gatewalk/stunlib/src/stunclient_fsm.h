@@ -360,7 +360,7 @@ private:
         CopyAddr(&data.srcAddr, source);
         data.dstBaseAddr = in.request.baseAddr;
         if constexpr (P::kTimed) {
-            data.rtt = lastCopyOnly ? in.client->clockUs - in.start[in.retransmits] : RoundTrip(in);
+            data.rtt = lastCopyOnly ? in.client->clockUs - in.start[LastCopy(in)] : RoundTrip(in);
             data.respTransCnt = in.respTransCnt;
             data.reqTransCnt = in.reqTransCnt;
             data.retransmits = in.retransmits;
@@ -375,7 +375,13 @@ private:
     {
         const uint32_t r = in.respTransCnt;
         if (r >= 1 && r <= 8) return in.stop[r - 1] - in.start[r - 1];  // unsigned: wrap-around cancels
-        return in.stop[in.retransmits] - in.start[0];
+        return in.stop[LastCopy(in)] - in.start[0];
+    }
+
+    // A cancelled transaction counts one step past the copies it stamped while it runs out.
+    static uint32_t LastCopy(const Inst& in)
+    {
+        return in.retransmits < static_cast<uint32_t>(P::kCopies) ? in.retransmits : P::kCopies - 1;
     }
 
     static void End(Inst& in)
