@@ -192,6 +192,30 @@ public:
         return m;
     }
 
+    // The server half: reads an incoming request, and answers one into `sent`.
+    bool ReadRequest(const Msg& m, gatewalk::STUN_INCOMING_REQ_DATA* in, bool fromRelay)
+    {
+        if constexpr (P::kZyn) return zyn_gatewalk::StunServer_HandleStunIncomingBindReqMsg(client, in, &m, fromRelay);
+        else return qlox_gatewalk::StunServer_HandleStunIncomingBindReqMsg(client, in, &m, fromRelay);
+    }
+    bool Answer(const gatewalk::StunMsgId& id, const char* password, const sockaddr_storage& mapped, uint16_t code)
+    {
+        if constexpr (P::kZyn) {
+            return zyn_gatewalk::StunServer_SendConnectivityBindingResp(client, 7, id, password, Sa(mapped), Sa(mapped),
+                                                                        this, &Harness::OnSendZyn, 0, false, code,
+                                                                        nullptr);
+        } else {
+            return qlox_gatewalk::StunServer_SendConnectivityBindingResp(client, 7, id, password, Sa(mapped),
+                                                                         Sa(mapped), 1, 0, 0, 0, 0, 0, this,
+                                                                         &Harness::OnSendQlox, 0, false, code);
+        }
+    }
+
+    std::string ResultName(int result) const
+    {
+        return P::kZyn ? zyn_gatewalk::StunClient_resultToStr(result) : qlox_gatewalk::StunClient_resultToStr(result);
+    }
+
     std::unique_ptr<Msg> Decode(const Bytes& bytes)
     {
         auto m = NewMessage<Msg>();

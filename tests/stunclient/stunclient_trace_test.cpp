@@ -31,8 +31,8 @@ protected:
 
     void Start(uint32_t traces)
     {
-        ASSERT_TRUE(q::StunTrace_startTrace(h.client, this, Sa(server), Sa(h.base), 7, "", "", traces, &StunTrace::OnHop,
-                                            &StunTrace::OnSend));
+        ASSERT_TRUE(q::StunTrace_startTrace(h.client, this, Sa(server), Sa(h.base), 7, "", "", traces,
+                                            &StunTrace::OnHop, &StunTrace::OnSend));
     }
     std::vector<int> Ttls() const
     {

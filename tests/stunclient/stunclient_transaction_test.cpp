@@ -30,8 +30,9 @@ TYPED_TEST(StunClientTransaction, RetransmitsOnScheduleThenGivesUp)
         Harness<TypeParam> h;
         h.Start(Id(1));
         h.RunTo(5000, step);
-        const std::vector<int> expected = this->kZyn ? std::vector<int>{0, 100, 200, 400, 700, 1100, 1600, 2100, 2600, 3100}
-                                                     : std::vector<int>{0, 100, 300, 600, 1000, 1500, 2000, 2500, 3000};
+        const std::vector<int> expected = this->kZyn
+                                              ? std::vector<int>{0, 100, 200, 400, 700, 1100, 1600, 2100, 2600, 3100}
+                                              : std::vector<int>{0, 100, 300, 600, 1000, 1500, 2000, 2500, 3000};
         EXPECT_EQ(h.SendTimes(), expected) << "tick " << step;
         ASSERT_EQ(h.results.size(), 1u);
         EXPECT_EQ(this->Name(h.results[0].result), "StunResult_BindFailNoAnswer");

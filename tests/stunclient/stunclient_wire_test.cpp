@@ -91,10 +91,7 @@ TYPED_TEST(StunClientWire, ServerHalfAnswersTheClientHalf)
         auto request = client.Decode(client.sent.at(0).bytes);
 
         gatewalk::STUN_INCOMING_REQ_DATA in;
-        bool ok;
-        if constexpr (TypeParam::kZyn) ok = zyn_gatewalk::StunServer_HandleStunIncomingBindReqMsg(server.client, &in, request.get(), true);
-        else ok = qlox_gatewalk::StunServer_HandleStunIncomingBindReqMsg(server.client, &in, request.get(), true);
-        ASSERT_TRUE(ok);
+        ASSERT_TRUE(server.ReadRequest(*request, &in, true));
         EXPECT_STREQ(in.ufragPair, "remote:local");
         EXPECT_EQ(in.peerPriority, 0x6e0001ffu);
         EXPECT_TRUE(in.useCandidate);
@@ -104,19 +101,7 @@ TYPED_TEST(StunClientWire, ServerHalfAnswersTheClientHalf)
         EXPECT_TRUE(in.fromRelay);
 
         const sockaddr_storage src = Addr(row.source);
-        if constexpr (TypeParam::kZyn) {
-            ok = zyn_gatewalk::StunServer_SendConnectivityBindingResp(
-                server.client, 7, in.transactionId, "pass-word", Sa(src), Sa(src), &server, [](void* self, int, const unsigned char* b, int n, const sockaddr*, bool) {
-                    static_cast<Harness<TypeParam>*>(self)->sent.push_back({0, Bytes(b, b + n), {}, 0});
-                }, 0, false, row.code, nullptr);
-        } else {
-            ok = qlox_gatewalk::StunServer_SendConnectivityBindingResp(
-                server.client, 7, in.transactionId, "pass-word", Sa(src), Sa(src), 1, 0, 0, 0, 0, 0, &server,
-                [](void* self, bool, unsigned int, const unsigned char* b, int n, const sockaddr*, int, bool, unsigned char) {
-                    static_cast<Harness<TypeParam>*>(self)->sent.push_back({0, Bytes(b, b + n), {}, 0});
-                }, 0, false, row.code);
-        }
-        ASSERT_TRUE(ok);
+        ASSERT_TRUE(server.Answer(in.transactionId, "pass-word", src, row.code));
         ASSERT_EQ(server.sent.size(), 1u);
         const Bytes& wire = server.sent[0].bytes;
         auto resp = server.Decode(wire);
@@ -146,9 +131,7 @@ TYPED_TEST(StunClientWire, ServerHalfAnswersTheClientHalf)
 
         client.Deliver(*resp, Addr("127.0.0.1:3478"));
         ASSERT_EQ(client.results.size(), 1u);
-        const std::string name = TypeParam::kZyn ? zyn_gatewalk::StunClient_resultToStr(client.results[0].result)
-                                                 : qlox_gatewalk::StunClient_resultToStr(client.results[0].result);
-        EXPECT_EQ(name, TypeParam::kZyn ? row.zynResult : row.qloxResult);
+        EXPECT_EQ(client.ResultName(client.results[0].result), TypeParam::kZyn ? row.zynResult : row.qloxResult);
         if (row.code == 200) {
             EXPECT_EQ(Text(client.results[0].rflx), Text(src));
         }
@@ -178,10 +161,7 @@ TYPED_TEST(StunClientWire, IncomingRequestsWithoutIceAttributesAreRefused)
         m->controlling = 1;
         m->controlled = 2;
         gatewalk::STUN_INCOMING_REQ_DATA in;
-        bool ok;
-        if constexpr (TypeParam::kZyn) ok = zyn_gatewalk::StunServer_HandleStunIncomingBindReqMsg(server.client, &in, m.get(), false);
-        else ok = qlox_gatewalk::StunServer_HandleStunIncomingBindReqMsg(server.client, &in, m.get(), false);
-        EXPECT_FALSE(ok);
+        EXPECT_FALSE(server.ReadRequest(*m, &in, false));
         EXPECT_TRUE(server.Logged(row.line));
     }
     // Both roles in one request: the controlled value is kept, and both flags say what was seen.
@@ -192,10 +172,7 @@ TYPED_TEST(StunClientWire, IncomingRequestsWithoutIceAttributesAreRefused)
     m->controlling = 1;
     m->controlled = 2;
     gatewalk::STUN_INCOMING_REQ_DATA in;
-    bool ok;
-    if constexpr (TypeParam::kZyn) ok = zyn_gatewalk::StunServer_HandleStunIncomingBindReqMsg(server.client, &in, m.get(), false);
-    else ok = qlox_gatewalk::StunServer_HandleStunIncomingBindReqMsg(server.client, &in, m.get(), false);
-    EXPECT_TRUE(ok);
+    EXPECT_TRUE(server.ReadRequest(*m, &in, false));
     EXPECT_TRUE(in.iceControlling && in.iceControlled);
     EXPECT_EQ(in.tieBreaker, 2u);
 }
@@ -239,14 +216,16 @@ TEST(StunClientWireQlox, TraceTransactionSendsOneCopyWithItsTtl)
     std::memset(static_cast<void*>(&a), 0, sizeof a);
     a.transactionId = Id(8);
     a.connectionId = 7;
-    qlox_gatewalk::StunClient_startSTUNTrace(
-        h.client, &h, Sa(h.server), Sa(h.base), false, 5, &a,
-        [](void* self, bool, unsigned int, const unsigned char* b, int n, const sockaddr*, int, bool, unsigned char ttl) {
-            static_cast<Harness<PQ>*>(self)->sent.push_back({static_cast<Harness<PQ>*>(self)->nowMs, Bytes(b, b + n), {}, ttl});
-        },
-        [](void* self, qlox_gatewalk::StunCallBackData_T* d) {
-            static_cast<Harness<PQ>*>(self)->results.push_back({static_cast<Harness<PQ>*>(self)->nowMs, d->stunResult, d->msgId, {}, {}, d->rtt, d->retransmits, 0, d->ttl});
-        });
+    auto send = [](void* self, bool, unsigned int, const unsigned char* b, int n, const sockaddr*, int, bool,
+                   unsigned char ttl) {
+        auto& me = *static_cast<Harness<PQ>*>(self);
+        me.sent.push_back({me.nowMs, Bytes(b, b + n), {}, ttl});
+    };
+    auto done = [](void* self, qlox_gatewalk::StunCallBackData_T* d) {
+        auto& me = *static_cast<Harness<PQ>*>(self);
+        me.results.push_back({me.nowMs, d->stunResult, d->msgId, {}, {}, d->rtt, d->retransmits, 0, d->ttl});
+    };
+    qlox_gatewalk::StunClient_startSTUNTrace(h.client, &h, Sa(h.server), Sa(h.base), false, 5, &a, send, done);
     h.RunTo(3000, 10);
     ASSERT_EQ(h.sent.size(), 1u);
     EXPECT_EQ(h.sent[0].ttl, 5);
@@ -267,11 +246,12 @@ TEST(StunClientWireQlox, ResponseBuilderRefusesUnusableAddresses)
     auto m = NewMessage<qlox_gatewalk::StunMessage>();
     sockaddr_storage unset;
     gatewalk::sockaddr_reset(&unset);
-    EXPECT_FALSE(qlox_gatewalk::CreateConnectivityBindingResp(m.get(), Id(1), Sa(unset), 0, 0, 0, 0, 0, 0, 0x0101, 200));
-    EXPECT_FALSE(qlox_gatewalk::CreateConnectivityBindingResp(m.get(), Id(1), nullptr, 0, 0, 0, 0, 0, 0, 0x0101, 200));
+    using qlox_gatewalk::CreateConnectivityBindingResp;
+    EXPECT_FALSE(CreateConnectivityBindingResp(m.get(), Id(1), Sa(unset), 0, 0, 0, 0, 0, 0, 0x0101, 200));
+    EXPECT_FALSE(CreateConnectivityBindingResp(m.get(), Id(1), nullptr, 0, 0, 0, 0, 0, 0, 0x0101, 200));
     // NetworkStatus rides behind the integrity attribute when a node count is given.
     const sockaddr_storage a = Addr("127.0.0.1:1");
-    ASSERT_TRUE(qlox_gatewalk::CreateConnectivityBindingResp(m.get(), Id(1), Sa(a), 0, 0, 3, 2, 100, 200, 0x0101, 200));
+    ASSERT_TRUE(CreateConnectivityBindingResp(m.get(), Id(1), Sa(a), 0, 0, 3, 2, 100, 200, 0x0101, 200));
     EXPECT_FALSE(m->hasTransCount);
     EXPECT_TRUE(m->hasNetworkStatus && m->hasNetworkStatusResp);
     EXPECT_EQ(m->networkStatus.nodeCount, 2);

@@ -204,8 +204,9 @@ private:
             Result result = P::kBindFail;
             if (ev.message->hasErrorCode) {
                 const StunAtrError& e = ev.message->errorCode;
-                Log(in, StunInfoCategory_Info, "<STUNCLIENT:%02d> errorCode,reserved:%d,errorClass:%d,number:%d,reason:%s",
-                    in.inst, e.reserved, e.errorClass, e.number, e.reason);
+                Log(in, StunInfoCategory_Info,
+                    "<STUNCLIENT:%02d> errorCode,reserved:%d,errorClass:%d,number:%d,reason:%s", in.inst, e.reserved,
+                    e.errorClass, e.number, e.reason);
                 if (e.errorClass == 4 && e.number == 87) result = P::kRoleConflict;
             }
             ++in.stats.BindRespErrReceived;
