@@ -176,7 +176,7 @@ public:
         results_.clear();
         qlox_gatewalk::TURN_INSTANCE_DATA* inst = nullptr;
         EXPECT_TRUE(qlox_gatewalk::TurnClient_StartAllocateTransaction(
-            &inst, kTick, [](void*, gatewalk::TurnInfoCategory_T, const char* t) { std::fprintf(stderr, "%s\n", t); }, "turnclient peer test", this, Sa(server), Env("TURN_USER").c_str(),
+            &inst, kTick, nullptr, "turnclient peer test", this, Sa(server), Env("TURN_USER").c_str(),
             Env("TURN_PASSWORD").c_str(), AF_INET, &Send, &Result, false, 0));
         if (inst) insts_.push_back(inst);
         gatewalk::TurnResult_T result = Wait();

@@ -44,7 +44,7 @@ TYPED_TEST(TurnFraming, SendIndicationWithoutAChannel)
             ASSERT_GT(n, 0u);
             buffer.resize(n);
             auto m = FakeServer<TypeParam>::NewMsg();
-            ASSERT_TRUE(TypeParam::Decode(buffer, m.get()));
+            ASSERT_TRUE(Decode(buffer, m.get()));
             EXPECT_EQ(m->msgHdr.type, STUN_MSG_SendIndicationMsg);
             ASSERT_EQ(m->xorPeerAddrEntries, 1u);
             EXPECT_EQ(m->xorPeerAddress[0].port, sockaddr_ipPort(Sa(to)));

@@ -36,20 +36,19 @@ using Bytes = std::vector<uint8_t>;
         static constexpr auto Simulate = &NS::TurnClientSimulateSig;                                  \
         static constexpr auto SendPacket = &NS::TurnClient_SendPacket;                                \
         static constexpr auto ReceivePacket = &NS::TurnClient_ReceivePacket;                          \
-        static bool Decode(const Bytes& b, Msg* m)                                                    \
-        {                                                                                             \
-            return NS::stunlib_DecodeMessage(b.data(), b.size(), m, nullptr, nullptr);                \
-        }                                                                                             \
-        static bool Signed(const Bytes& b, Msg* m, uint8_t* key)                                      \
-        {                                                                                             \
-            return NS::stunlib_checkIntegrity(b.data(), b.size(), m, key, 16);                        \
-        }                                                                                             \
     };
 TURN_TEST_PROFILE(qlox_gatewalk)
 TURN_TEST_PROFILE(zyn_gatewalk)
 #undef TURN_TEST_PROFILE
 
 using Profiles = ::testing::Types<qlox_gatewalk_profile, zyn_gatewalk_profile>;
+
+// The profile's codec, found by argument-dependent lookup on the record's namespace.
+template <class Msg>
+bool Decode(const Bytes& b, Msg* m)
+{
+    return stunlib_DecodeMessage(b.data(), b.size(), m, nullptr, nullptr);
+}
 
 constexpr unsigned int kTickMs = 10;
 constexpr const char* kUser = "alice";
@@ -102,10 +101,10 @@ public:
         if (inst) P::Free(inst);
     }
 
-    bool Start(int family = AF_INET, bool evenPort = false, uint64_t token = 0, const char* password = kPassword)
+    bool Start(int family = AF_INET, bool evenPort = false, uint64_t token = 0)
     {
-        server = Addr("127.0.0.1:3478");
-        return P::Start(&inst, kTickMs, &Log, "test client 1.0", this, Sa(server), kUser, password, family, &Send,
+        sockaddr_storage server = Addr("127.0.0.1:3478");
+        return P::Start(&inst, kTickMs, &Log, "test client 1.0", this, Sa(server), kUser, kPassword, family, &Send,
                         &Result, evenPort, token);
     }
 
@@ -115,7 +114,7 @@ public:
         auto m = NewMsg();
         EXPECT_FALSE(sent.empty());
         if (!sent.empty()) {
-            EXPECT_TRUE(P::Decode(sent.back().bytes, m.get()));
+            EXPECT_TRUE(Decode(sent.back().bytes, m.get()));
         }
         return m;
     }
@@ -158,7 +157,7 @@ public:
     {
         Bytes copy = bytes;
         auto m = NewMsg();
-        EXPECT_TRUE(P::Decode(copy, m.get()));
+        EXPECT_TRUE(Decode(copy, m.get()));
         return P::HandleIncResp(inst, m.get(), copy.data());
     }
 
@@ -203,7 +202,11 @@ public:
         P::Simulate(inst, what);
         return true;
     }
-    void Permit() { ASSERT_TRUE(Ask(gatewalk::TURN_SIGNAL_CreatePermissionReq) && Answer(Response(gatewalk::STUN_MSG_CreatePermissionResponseMsg))); }
+    void Permit()
+    {
+        ASSERT_TRUE(Ask(gatewalk::TURN_SIGNAL_CreatePermissionReq) &&
+                    Answer(Response(gatewalk::STUN_MSG_CreatePermissionResponseMsg)));
+    }
     void Bind(uint16_t channel = 0x4001)
     {
         ASSERT_TRUE(Ask(gatewalk::TURN_SIGNAL_ChannelBindReq, channel) &&
@@ -230,7 +233,7 @@ public:
             P::Tick(inst);
             for (size_t i = before; i < sent.size(); ++i) {
                 auto m = NewMsg();
-                if (P::Decode(sent[i].bytes, m.get()) && m->msgHdr.type == type) return now;
+                if (Decode(sent[i].bytes, m.get()) && m->msgHdr.type == type) return now;
             }
         }
         return 0;
@@ -239,15 +242,13 @@ public:
     bool LastIsSigned()
     {
         auto m = Last();
-        return P::Signed(sent.back().bytes, m.get(), key);
+        return stunlib_checkIntegrity(sent.back().bytes.data(), sent.back().bytes.size(), m.get(), key, 16);
     }
 
     typename P::Instance* inst = nullptr;
-    sockaddr_storage server{};
     std::vector<Sent> sent;
     std::vector<gatewalk::TurnResult_T> results;
     gatewalk::TurnCallBackData_T lastData{};
-    std::vector<std::string> logs;
     uint8_t key[16] = {};  // what the server signs with
 
 private:
@@ -264,10 +265,8 @@ private:
         self->results.push_back(data->turnResult);
         self->lastData = *data;
     }
-    static void Log(void* ctx, gatewalk::TurnInfoCategory_T, const char* text)
-    {
-        static_cast<FakeServer*>(ctx)->logs.emplace_back(text);
-    }
+    // Formats every log line (under the sanitizers that checks the arguments), keeps none.
+    static void Log(void*, gatewalk::TurnInfoCategory_T, const char* text) { EXPECT_NE(text[0], '\0'); }
 
 public:
     FakeServer() { gatewalk::stunlib_createMD5Key(key, kUser, kRealm, kPassword); }
