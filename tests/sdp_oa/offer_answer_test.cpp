@@ -81,18 +81,12 @@ TEST(OfferAnswerState, Transitions)
     }
 }
 
-TEST(OfferAnswerState, ExceptionNamesBothStates)
-{
-    offer_answer_state_exception e("initial", "remote answer");
-    EXPECT_EQ(e.from(), "initial");
-    EXPECT_EQ(e.to(), "remote answer");
-    const std::exception& base = e;
-    EXPECT_STREQ(base.what(), "requested illegal offer/answer state transition from 'initial' to 'remote answer'");
-}
-
-TEST(OfferAnswerState, RefusedAnswerKeepsTheOfferOut)
+TEST(OfferAnswerState, RefusedTextsChangeNothing)
 {
     offer_answer oa(local_audio());
+    EXPECT_THROW(oa.get_answer("garbage"), std::invalid_argument);
+    EXPECT_EQ(oa.get_session_version(), 0u);
+    EXPECT_TRUE(oa.get_local_negotiated().empty() && oa.get_remote().empty());
     oa.get_answer(kAudioOffer);
     auto local_view = oa.get_local_negotiated();
     std::string offer = oa.get_offer();
@@ -103,16 +97,6 @@ TEST(OfferAnswerState, RefusedAnswerKeepsTheOfferOut)
     EXPECT_EQ(oa.get_local_negotiated(), local_view);
     oa.set_answer(kAudioOffer);
     EXPECT_EQ(oa.get_state(), offer_answer_state::initial);
-}
-
-TEST(OfferAnswerState, RefusedOfferChangesNothing)
-{
-    offer_answer oa(local_audio());
-    EXPECT_THROW(oa.get_answer("garbage"), std::invalid_argument);
-    EXPECT_EQ(oa.get_session_version(), 0u);
-    EXPECT_TRUE(oa.get_local_negotiated().empty());
-    EXPECT_TRUE(oa.get_remote_negotiated().empty());
-    EXPECT_TRUE(oa.get_remote().empty());
 }
 
 std::string origin_version(const std::string& text)
@@ -186,17 +170,6 @@ TEST(OfferAnswerShape, OneLocalSessionAnswersEveryAudioLine)
     EXPECT_EQ(rtp_at(remote, 0).direction, session_direction::sendonly);
     EXPECT_EQ(rtp_at(remote, 0).port, 6000);
     EXPECT_EQ(rtp_at(remote, 1).port, 6002);
-}
-
-TEST(OfferAnswerShape, AnswerPrintsLocalPayloadNumbers)
-{
-    offer_answer oa(local_audio());
-    std::string answer = oa.get_answer(kAudioOffer);
-    EXPECT_NE(answer.find("m=audio 5000 RTP/AVP 0 96\r\n"), std::string::npos) << answer;
-    EXPECT_NE(answer.find("a=rtpmap:96 opus/48000/2\r\n"), std::string::npos);
-    EXPECT_EQ(answer.find("111"), std::string::npos);
-    // The peer's view keeps the peer's numbers: that is what it decodes.
-    EXPECT_EQ(oa_test::payloads(rtp_at(oa.get_remote_negotiated().get_data(), 0).codecs), (std::vector<uint32_t>{0, 111}));
 }
 
 TEST(OfferAnswerShape, SessionLevelFieldsOfTheAnswer)
