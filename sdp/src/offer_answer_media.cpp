@@ -51,14 +51,18 @@ std::vector<codec> get_answer_codec(const std::vector<codec>& offered, const std
 
 std::vector<codec> negotiate_codec(const std::vector<codec>& a, const std::vector<codec>& b, bool is_local)
 {
-    // Compatibility is not symmetric (an AV1 profile, an FEC span): the answer was built with the
-    // answerer on the left, and this side may be either, so a pair that passes either way counts.
+    // The named side's list leads, so the offerer's local view and the answerer's remote view (both
+    // named after the offer) come out in the same order, and likewise the other two views.
+    // Compatibility is not symmetric (an AV1 profile, an FEC span) and the answer was built with the
+    // answerer on the left, which may be either side here: a pair that passes either way counts.
+    const auto& named = is_local ? a : b;
+    const auto& other = is_local ? b : a;
     std::vector<codec> out;
-    for (const auto& x : a)
-        for (const auto& y : b) {
+    for (const auto& x : named)
+        for (const auto& y : other) {
             if (!x.is_compatible_with(y) && !y.is_compatible_with(x)) continue;
-            const codec& taken = is_local ? x : y;
-            if (!contains(out, taken)) out.push_back(taken);
+            if (!contains(out, x)) out.push_back(x);
+            break;
         }
     return out;
 }
@@ -124,17 +128,17 @@ std::vector<ext_map> get_answer_ext_map(const std::vector<ext_map>& offered, con
 
 std::vector<ext_map> negotiate_ext_map(const std::vector<ext_map>& a, const std::vector<ext_map>& b, bool is_local)
 {
+    const auto& named = is_local ? a : b;
+    const auto& other = is_local ? b : a;
     std::vector<ext_map> out;
-    for (const auto& x : a) {
-        auto y = std::find_if(b.begin(), b.end(), [&](const ext_map& e) { return e.uri == x.uri; });
-        if (y == b.end()) continue;
-        const ext_map& named = is_local ? x : *y;
-        const ext_map& other = is_local ? *y : x;
-        auto direction = is_local ? get_answer_direction(y->direction, x.direction)
-                                  : get_answer_direction(x.direction, y->direction);
+    for (const auto& x : named) {
+        auto y = std::find_if(other.begin(), other.end(), [&](const ext_map& e) { return e.uri == x.uri; });
+        if (y == other.end()) continue;
+        // The named side's direction as the answer to the other's.
+        auto direction = get_answer_direction(y->direction, x.direction);
         if (direction == ext_map_inactive) continue;
-        uint32_t id = ext_map::is_ext_map_id_dynamic(named.id) ? other.id : named.id;
-        out.emplace_back(id, direction, named.uri, named.attributes);
+        uint32_t id = ext_map::is_ext_map_id_dynamic(x.id) ? y->id : x.id;
+        out.emplace_back(id, direction, x.uri, x.attributes);
     }
     return out;
 }

@@ -13,16 +13,34 @@ std::vector<crypto> get_answer_crypto(const std::vector<crypto>& offered, const 
     return {};
 }
 
+namespace {
+
+// Entries of the named side that have a partner on the other side, each suite once. An answer
+// echoes the tag of the offered entry it accepted, so a partner with the same tag and suite is
+// preferred to one with the same suite only.
+template <class T, class Match>
+std::vector<T> keyed_pairs(const std::vector<T>& named, const std::vector<T>& other, Match&& match)
+{
+    std::vector<T> out;
+    auto suite_taken = [&](const T& x) {
+        return std::any_of(out.begin(), out.end(), [&](const T& o) { return o.suite == x.suite; });
+    };
+    for (bool same_tag : {true, false})
+        for (const auto& x : named) {
+            if (suite_taken(x)) continue;
+            if (std::any_of(other.begin(), other.end(),
+                            [&](const T& y) { return match(x, y) && (!same_tag || x.tag == y.tag); }))
+                out.push_back(x);
+        }
+    return out;
+}
+
+}  // namespace
+
 std::vector<crypto> negotiate_crypto(const std::vector<crypto>& a, const std::vector<crypto>& b, bool is_local)
 {
-    std::vector<crypto> out;
-    for (const auto& x : a) {
-        auto y = std::find_if(b.begin(), b.end(), [&](const crypto& c) { return c.suite == x.suite; });
-        if (y == b.end()) continue;
-        const crypto& named = is_local ? x : *y;
-        out.emplace_back(x.tag, x.suite, named.keys, named.session_params);
-    }
-    return out;
+    return keyed_pairs(is_local ? a : b, is_local ? b : a,
+                       [](const crypto& x, const crypto& y) { return x.suite == y.suite; });
 }
 
 bool prime_crypto_is_compatible(const prime_crypto& x, const prime_crypto& y)
@@ -42,14 +60,7 @@ std::vector<prime_crypto> get_answer_prime_crypto(const std::vector<prime_crypto
 std::vector<prime_crypto> negotiate_prime_crypto(const std::vector<prime_crypto>& a,
                                                  const std::vector<prime_crypto>& b, bool is_local)
 {
-    std::vector<prime_crypto> out;
-    for (const auto& x : a) {
-        auto y = std::find_if(b.begin(), b.end(), [&](const prime_crypto& p) { return prime_crypto_is_compatible(x, p); });
-        if (y == b.end()) continue;
-        const prime_crypto& named = is_local ? x : *y;
-        out.emplace_back(x.tag, x.suite, x.param, named.key, named.ekt);
-    }
-    return out;
+    return keyed_pairs(is_local ? a : b, is_local ? b : a, prime_crypto_is_compatible);
 }
 
 namespace {

@@ -38,8 +38,8 @@ using payload_map = std::map<uint32_t, uint32_t>;
 // once. `map` receives local -> offered payload numbers.
 std::vector<codec> get_answer_codec(const std::vector<codec>& offered, const std::vector<codec>& local,
                                     payload_map& map);
-// Pairs of a and b that are compatible in either direction, in a's order; the codec of the side
-// that is_local names.
+// The codecs of the side that is_local names, in its order, that are compatible (either way) with
+// a codec of the other side.
 std::vector<codec> negotiate_codec(const std::vector<codec>& a, const std::vector<codec>& b, bool is_local);
 
 // Directions of the answerer, from the offered one and its own.
@@ -66,11 +66,13 @@ std::vector<ext_map> negotiate_ext_map(const std::vector<ext_map>& a, const std:
 // SDES: at most one entry, the first compatible pair in offered order, with the offered tag and
 // suite and the local keys and session parameters. Empty means no SRTP.
 std::vector<crypto> get_answer_crypto(const std::vector<crypto>& offered, const std::vector<crypto>& local);
-// For each entry of a, the first of b with the same suite; a's tag, the named side's keys.
+// The named side's entries (tag, suite, keys) that the other side has a suite for, one per suite,
+// preferring the entry whose tag the other side echoed.
 std::vector<crypto> negotiate_crypto(const std::vector<crypto>& a, const std::vector<crypto>& b, bool is_local);
 
 // Equal suite, equal second field, and EKT on both sides or on neither.
 bool prime_crypto_is_compatible(const prime_crypto& x, const prime_crypto& y);
+// As crypto: the offered tag and suite with the local key and EKT; concluding keeps the named side's.
 std::vector<prime_crypto> get_answer_prime_crypto(const std::vector<prime_crypto>& offered,
                                                   const std::vector<prime_crypto>& local);
 std::vector<prime_crypto> negotiate_prime_crypto(const std::vector<prime_crypto>& a,
