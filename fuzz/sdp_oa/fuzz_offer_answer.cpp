@@ -1,6 +1,7 @@
 // One arbitrary description is answered by a fixed local group and also concludes that group's
 // offer. A text the reader takes must never make the exchange throw; the answer must have one
-// m line per offered one, read back, and conclude the exchange of a peer that made the offer.
+// m line per offered one, read back, and conclude the exchange of a peer that made the offer, with
+// both ends agreeing on each m line.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -110,6 +111,21 @@ void check_views(const sdp::offer_answer& oa, std::size_t count, const std::stri
         bug("negotiated views do not have one session per m line", text);
 }
 
+// Both ends' pictures of one side: same kinds, ports, directions, codecs and keys.
+void check_agreement(const sdp::session_group& x, const sdp::session_group& y, const std::string& text)
+{
+    for (std::size_t i = 0; i < x.sessions.size(); ++i) {
+        const auto& s = x.sessions[i];
+        const auto& t = y.sessions[i];
+        if (s.get_kind() != t.get_kind() || s.get_port() != t.get_port() || s.get_direction() != t.get_direction())
+            bug("the two ends disagree on an m line", text);
+        if (s.is_rtp() && (s.rtp.get_data().codecs != t.rtp.get_data().codecs ||
+                           s.rtp.get_data().cryptos != t.rtp.get_data().cryptos ||
+                           s.rtp.get_data().dtls != t.rtp.get_data().dtls))
+            bug("the two ends disagree on codecs or keys", text);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -149,6 +165,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             bug(("offerer refused the answer: " + std::string(e.what())).c_str(), text + "----\n" + answer);
         }
         check_views(peer, count, answer);
+        check_agreement(peer.get_local_negotiated().get_data(), oa.get_remote_negotiated().get_data(), text + "----\n" + answer);
+        check_agreement(oa.get_local_negotiated().get_data(), peer.get_remote_negotiated().get_data(), text + "----\n" + answer);
     }
 
     // The text as the answer to our offer.
