@@ -12,6 +12,9 @@
 //   - the remote view: the peer's (where to send, how to encode for it, which fingerprint its
 //     certificate must show, its DTLS role).
 // An m line that nothing local could answer is a disabled session in both views (port 0).
+// An answer echoes each offered mid, and its BUNDLE group keeps the offered members it accepted.
+// It also carries the local ICE credentials and candidates, the local sobe-psre entries of the
+// answered payloads, and the media-level hybrid resilience both sides support.
 //
 // Differences from plain RFC 3264 that callers rely on: answers carry this side's payload numbers;
 // a local session is never used up, so one local audio session answers every audio m line; an
