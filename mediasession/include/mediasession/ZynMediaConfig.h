@@ -1,0 +1,330 @@
+// Typed configuration: IBaseConfig and its media kinds configure one media line, IGlobalConfig the
+// connection as a whole. The connection owns every configuration object and hands out plain
+// pointers that stay valid while the connection lives; the application never deletes them.
+//
+// Most media settings are legal only before the call started (the first CreateOffer or
+// CreateAnswer, again after StartSDPRenegotiation): a refused one returns ZYN_E_FAIL and changes
+// nothing. Calls are not locked: make them from the thread that drives the connection.
+#pragma once
+
+#include <cstdint>
+
+#include "mediasession/ZynDefines.h"
+#include "mediasession/ZynMediaConnection.h"
+
+// Codecs as the application names them. ZynCodecType_Unknown in a _tagCodecParam means "look the
+// record's name up".
+enum ZynCodecType : int32_t {
+    ZynCodecType_Unknown = 0,
+    ZynCodecType_PCMU = 1,
+    ZynCodecType_PCMA = 2,
+    ZynCodecType_ILBC = 3,
+    ZynCodecType_OPUS = 4,
+    ZynCodecType_G722 = 5,
+    ZynCodecType_CN = 6,
+    ZynCodecType_G729 = 7,
+    ZynCodecType_G7221_24K = 8,
+    ZynCodecType_G7221_32K = 9,
+    ZynCodecType_DTMF = 50,
+    ZynCodecType_AVC = 100,
+    ZynCodecType_SVC = 101,
+    ZynCodecType_AV1 = 104,
+    ZynCodecType_FEC = 125,
+    ZynCodecType_RTX = 126,
+};
+
+// Bit mask: bit 0 UDP, the other bits the transport library's. Lines start with 19 (18 for
+// screen share).
+using ZynConnectionPolicy = uint32_t;
+
+// Direction of a resilience or extension record: 1 what is sent, 2 what is received (the local one).
+enum eStreamDirection : int32_t {
+    eStreamDirection_Out = 1,
+    eStreamDirection_In = 2,
+};
+
+enum DynamicFECLevelScheme : int32_t {
+    DynamicFECLevelScheme_OnlyLossRatio = 0,
+    DynamicFECLevelScheme_LossRatioWithPriority = 1,
+};
+
+// Which protection is applied first to an outgoing packet.
+enum ZynSecurityFECOrder : int32_t {
+    ZynSecurityFECOrder_SRTP_FEC = 0,
+    ZynSecurityFECOrder_FEC_SRTP = 1,
+};
+
+enum ZynSubscribePolicy : int32_t {
+    ZynSubscribePolicy_None = 0,
+    ZynSubscribePolicy_ReceiverSelected = 1,
+    ZynSubscribePolicy_ActiveSpeaker = 2,
+    ZynSubscribePolicy_Static = 3,
+    ZynSubscribePolicy_NonMediaSource = 4,
+};
+
+// Bit mask of what the performance dump writes.
+enum ZynPerformanceDumpType : int32_t {
+    ZynPerformanceDump_None = 0,
+    ZynPerformanceDump_CPU = 1,
+    ZynPerformanceDump_Memory = 2,
+    ZynPerformanceDump_All = 3,
+};
+
+// Chooses the connector profile of the line (see the ICE connector); the values have no names.
+using ZynClientType = int32_t;
+
+// Retransmission record of one direction.
+struct ZynSobeRtxInfo {
+    uint8_t uVersion;
+    uint8_t uPayloadType;
+    uint8_t uAssociatedPayloadType;
+    uint32_t uBufferTime;  // milliseconds
+    uint32_t uClockRate;
+};
+
+struct ZynSobeFecFmtInfo {
+    bool bMultiSsrc;
+    uint32_t uM;
+    uint32_t uMaxN;
+    uint32_t uMaxEsel;
+};
+
+// Forward error correction record of one direction.
+struct ZynSobeFecInfo {
+    uint8_t uVersion;
+    uint32_t uClockRate;
+    uint8_t uPayloadType;
+    ZynSobeFecFmtInfo fecFmtInfo;
+};
+
+struct _tagCodecCapability {
+    uint32_t profile_id;  // H.264 profile-level-id, 24 bits
+    uint32_t mbps;
+    uint32_t fs;
+    uint32_t fps;
+    uint32_t br;
+    uint32_t dpb;
+    uint32_t tier;
+    uint32_t profile;
+    uint32_t level;
+};
+
+// One codec as the application names it.
+struct _tagCodecParam {
+    ZynCodecType type;
+    char name[256];  // terminated
+    uint8_t payload;
+    uint32_t clock_rate;
+    uint32_t channels;
+    bool vad;
+    _tagCodecCapability cap;
+    uint32_t packetization;  // H.264: 1 for packetization-mode 1, anything else mode 0
+};
+
+struct _tagVideoConfig;
+
+enum ZynIceServerKind : int32_t {
+    ZynIceServer_TURN = 0,
+    ZynIceServer_STUN = 1,
+};
+
+// One STUN or TURN server the connection was configured with.
+struct tagICEServer {
+    char username[128];
+    char password[128];
+    char host[256];
+    uint16_t port;
+    ZynIceServerKind kind;
+    int32_t transport;
+};
+
+// ICE credentials and candidates of one side of a line.
+class IIceConfig {
+public:
+    virtual const char* GetUserName() const = 0;
+    virtual const char* GetPassword() const = 0;
+    virtual unsigned int GetCandidateCount() const = 0;
+    // The candidate attribute value at index; null past the end.
+    virtual const char* GetCandidate(unsigned int index) const = 0;
+
+protected:
+    ~IIceConfig() = default;
+};
+
+// What ICE settled on for a line.
+class IIceConcludedConfig {
+public:
+    virtual const char* GetConcludedDescription() const = 0;
+
+protected:
+    ~IIceConcludedConfig() = default;
+};
+
+// What every media line's configuration offers. Guarded setters (legal only before the call
+// started) are marked; a setter that is not marked may be called at any time.
+class IBaseConfig {
+public:
+    virtual unsigned int GetMaxBandwidth() const = 0;
+    virtual ZynResult SetMaxBandwidth(unsigned int bandwidth) = 0;  // guarded
+    virtual unsigned int GetInitBandwidth() const = 0;
+    virtual ZynResult SetInitBandwidth(unsigned int bandwidth) = 0;
+    virtual ZynCodecType GetPreferedCodec() const = 0;
+    virtual ZynResult SetPreferedCodec(ZynCodecType codec) = 0;  // guarded
+    virtual ZynCodecType GetSelectedCodec() const = 0;
+    virtual ZynResult SetSelectedCodec(ZynCodecType codec) = 0;  // guarded
+    // Forces the transport address: ICE, SRTP, fast lane and DSCP then read as off.
+    virtual ZynResult OverrideMediaIPAddress(const char* ip, unsigned int port) = 0;  // guarded
+    virtual ZynResult EnableFileRender(const char* path, bool enable) = 0;
+    virtual ZynResult EnableFileCapture(const char* path, bool isLoop, bool enable) = 0;  // guarded
+    virtual ZynResult SetIcePolicy(ZynConnectionPolicy policy) = 0;
+    virtual ZynConnectionPolicy GetIcePolicy() const = 0;
+    virtual ZynResult SetConnectionPolicy(ZynConnectionPolicy policy) = 0;
+    virtual ZynResult EnableFec(bool enable) = 0;
+    virtual bool IsFecEnabled() const = 0;
+    virtual ZynResult SetMaxFecOverhead(unsigned int percent) = 0;
+    virtual ZynResult SetFecProbing(bool enable) = 0;
+    virtual ZynResult SetDynamicFecScheme(DynamicFECLevelScheme scheme) = 0;
+    virtual ZynResult SetSrtpFecOrder(ZynSecurityFECOrder order) = 0;
+    virtual ZynResult EnableRtx(bool enable) = 0;
+    virtual bool IsRtxEnabled() const = 0;
+    virtual bool IsHybridResilienceEnabled() const = 0;
+    virtual ZynResult SetRtxInfo(ZynSobeRtxInfo& info, eStreamDirection direction) = 0;
+    virtual ZynResult GetRtxInfo(ZynSobeRtxInfo& info, eStreamDirection direction) = 0;
+    virtual unsigned int GetMaxAvailableSources(ZynSubscribePolicy policy) = 0;
+    virtual ZynSubscribePolicy GetSubscribePolicy() = 0;
+    virtual ZynResult SetMaxStreamsCount(unsigned int count) = 0;
+    // Only audio lines implement it; others answer ZYN_E_NOTAVAILABLE.
+    virtual ZynResult SetAutoSwitchDefaultDeviceFlag(bool enable) = 0;
+    virtual ZynResult EnableRecordLossData(bool enable) = 0;
+    virtual bool IsRecordLossDataEnabled() const = 0;
+    virtual ZynResult SetDataTerminatedAtRTP(bool enable) = 0;
+    virtual ZynResult SetIceLocalPortRange(unsigned short minPort, unsigned short maxPort) = 0;  // guarded
+    virtual ZynResult GetCodecParam(ZynCodecType type, _tagVideoConfig* videoConfig, _tagCodecParam* out) = 0;
+    // Replace what the engine would offer. A record of type ZynCodecType_Unknown is resolved by its
+    // name and the type found is written back into the caller's record.
+    virtual ZynResult SetupEncodeCodec(_tagCodecParam* params, unsigned int count) = 0;
+    virtual ZynResult SetupDecodeCodec(_tagCodecParam* params, unsigned int count) = 0;
+    virtual ZynResult SetupSrtpCrypto(ZynDirection direction, const char* suite, const char* key,
+                                      bool onlyCryptRtp) = 0;
+    virtual ZynResult SetSendDestination(const char* ip, unsigned short rtpPort) = 0;
+    virtual IIceConfig* GetLocalIceConfig() = 0;
+    virtual IIceConfig* GetRemoteIceConfig() = 0;
+    virtual IIceConcludedConfig* GetIceConcludedConfig() = 0;
+    // A fresh random key for the suite, in base64; empty for an unknown suite. Valid until the next
+    // call on this object.
+    virtual const char* CreateSrtpCryptoKey(const char* suite) = 0;
+    virtual ZynResult SetFecInfo(ZynSobeFecInfo& info, eStreamDirection direction) = 0;
+    virtual ZynResult GetFecInfo(ZynSobeFecInfo& info, eStreamDirection direction) = 0;
+    virtual ZynResult EnableTmmbr(bool enable) = 0;
+    virtual bool IsTmmbrEnabled() const = 0;
+    virtual ZynResult ReceiverBasedQosSupported(bool enable) = 0;
+    // The URI registered under the id (sending side first); null when there is none.
+    virtual const char* GetRtpExtension(unsigned int id) = 0;
+    virtual ZynResult SetRtpExtension(unsigned char id, const char* uri, eStreamDirection direction) = 0;
+    virtual ZynResult SetMaxBitrate(unsigned int bitrate) = 0;
+    // The suite given for sending; empty when none was.
+    virtual const char* GetSrtpCryptoSuite() const = 0;
+    // Writes every setting to the trace.
+    virtual void DumpMediaConfig() = 0;
+
+protected:
+    virtual ~IBaseConfig() = default;
+};
+
+class IAudioConfig : public virtual IBaseConfig {
+protected:
+    ~IAudioConfig() override = default;
+};
+
+class IBaseVideoConfig : public virtual IBaseConfig {
+protected:
+    ~IBaseVideoConfig() override = default;
+};
+
+class IVideoConfig : public virtual IBaseVideoConfig {
+protected:
+    ~IVideoConfig() override = default;
+};
+
+class IShareConfig : public virtual IBaseVideoConfig {
+protected:
+    ~IShareConfig() override = default;
+};
+
+// The connection as a whole. Guarded setters are marked; a refused one is also recorded in the
+// session metrics under a short tag.
+class IGlobalConfig {
+public:
+    virtual bool IsQosEnabled() const = 0;
+    virtual ZynResult EnableQos(bool enable) = 0;  // guarded
+    virtual ZynResult EnableDPC(bool enable) = 0;  // guarded
+    virtual bool IsMultiStreamEnabled() const = 0;
+    virtual ZynResult EnableMultiStream(bool enable) = 0;  // guarded
+    virtual float GetQoSMaxLossRatio() const = 0;
+    virtual ZynResult SetQoSMaxLossRatio(float ratio) = 0;  // guarded; 0 to 1
+    virtual unsigned int GetQoSMinBandwidth() const = 0;
+    virtual ZynResult SetQoSMinBandwidth(unsigned int bandwidth) = 0;  // guarded
+    virtual ZynResult SetQoSMaxBandwidth(unsigned int bandwidth) = 0;  // guarded
+    virtual unsigned int GetQoSInitBandwidth() const = 0;
+    virtual ZynResult SetQoSInitBandwidth(unsigned int bandwidth) = 0;  // guarded
+    virtual ZynResult SetNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction,
+                                                  unsigned int waitMilliseconds) = 0;
+    virtual bool IsICEEnabled() const = 0;
+    virtual ZynResult EnableICE(bool enable) = 0;  // guarded
+    virtual int getICEServerNum() const = 0;
+    virtual ZynResult getICEServerAtIndex(int index, tagICEServer& server) const = 0;
+    virtual bool IsSRTPEnabled() const = 0;
+    virtual ZynResult EnableSRTP(bool enable) = 0;  // guarded
+    virtual bool IsDtlsSRTPEnabled() const = 0;
+    virtual ZynResult EnableDtlsSRTP(bool enable) = 0;  // guarded
+    virtual ZynResult EnableRTCPMux(bool enable) = 0;   // guarded
+    virtual bool IsRTCPMuxEnabled() const = 0;
+    // A JSON object with the optional keys "audio", "hw-whitelist", "performance", "enable_sw720p".
+    virtual ZynResult SetDeviceMediaSettings(const char* settings) = 0;
+    virtual ZynResult EnableBGRA(bool enable) = 0;  // guarded
+    virtual bool IsBGRAEnabled() const = 0;
+    virtual ZynResult EnableDSCP(bool enable) = 0;  // guarded
+    virtual bool IsDSCPEnable() const = 0;
+    // Traffic class bytes, 0 to 255.
+    virtual ZynResult SetDSCPMarking(unsigned int audio, unsigned int video, unsigned int screen) = 0;
+    virtual ZynResult EnablePerformanceTraceDump(ZynPerformanceDumpType type) = 0;
+    // A JSON object; anything else answers ZYN_S_FALSE and changes nothing.
+    virtual ZynResult SetFeatureToggles(const char* toggles) = 0;
+    virtual const char* GetFeatureToggles() const = 0;
+    virtual ZynResult EnableFastLane(bool enable) = 0;  // guarded
+    virtual ZynResult EnableFQDNInICE(bool enable) = 0;
+    virtual bool IsFQDNInICEEnabled() const = 0;
+    virtual ZynResult SetShowStunTraceIP(bool show) = 0;
+    // Milliseconds, none negative; 0 is accepted.
+    virtual ZynResult SetICETimeoutParams(int inactive, int connect, int terminate) = 0;
+    virtual ZynResult setSendMQEInMinutes(int minutes) = 0;
+    virtual ZynResult EnableMQECallback(bool enable) = 0;
+    virtual ZynResult EnableFixAudioProcessingArch(bool enable) = 0;
+    // Secrets (SDES keys, ICE passwords) appear unmasked in traces.
+    virtual ZynResult EnableInsecureLogs(bool enable) = 0;
+    virtual ZynResult SetICENoListen(bool noListen) = 0;
+    virtual ZynResult UseHttpUpgrade(bool use) = 0;      // guarded
+    virtual ZynResult SobeSupported(bool supported) = 0;  // guarded
+    virtual bool CheckHWAcceleration() = 0;
+    virtual bool CheckHWAccelerationDefaultOption() = 0;
+    virtual ZynResult EnableSendingCSRC(bool enable) = 0;  // guarded
+    virtual ZynResult EnableAppPackAsSTUN(bool enable) = 0;
+    virtual bool IsEnableAppPackAsSTUN() const = 0;
+    // Percent of CPU above which the load counts as high, and seconds between two looks.
+    virtual ZynResult SetCpuHighUsageThreshold(float threshold, float interval) = 0;
+    virtual ZynResult EnableBandwidthRollback(bool enable) = 0;
+    virtual ZynResult SetClientType(ZynClientType type) = 0;  // guarded
+    virtual ZynClientType GetClientType() const = 0;
+    virtual ZynResult SetDebugFlag(unsigned int flag) = 0;
+    virtual unsigned int GetDebugFlag() const = 0;
+    virtual bool CheckPortraitSupported(bool front) = 0;
+    virtual bool CheckGestureSupported() = 0;
+    virtual ZynResult SetAudioCaptureMethod(int method) = 0;
+    virtual ZynResult GetAudioCaptureMethod(int& method) const = 0;
+    virtual ZynResult SetAudioPlaybackMethod(int method) = 0;
+    virtual ZynResult GetAudioPlaybackMethod(int& method) const = 0;
+    virtual ZynResult SetBundleIdentifier(const char* identifier, unsigned int length) = 0;
+
+protected:
+    virtual ~IGlobalConfig() = default;
+};
