@@ -53,7 +53,7 @@ void Agent<P>::StopChecks(Inst* inst, Ctrl* ctrl)
         Pair* p = &list->checkListPairs[i];
         if (p->pairState != ICELIB_PAIR_INPROGRESS) continue;
         if (!p->useCandidate) FifoRemove(&ctrl->triggeredChecksFifo, p->pairId);
-        CancelTransactions(inst, p);
+        CancelTransactions(inst, p, true);
     }
 }
 

@@ -206,7 +206,7 @@ void Agent<P>::IncomingRequest(Inst* inst, uint32_t uv1, uint32_t uv2, const cha
                 break;
             case ICELIB_PAIR_INPROGRESS:
                 Log(inst, ICELIB_logDebug, "7.2.1.4 In Progress");
-                CancelTransactions(inst, pair);
+                CancelTransactions(inst, pair, false);
                 pair->pairState = ICELIB_PAIR_WAITING;
                 Trigger(inst, ctrl, pair);
                 break;

@@ -112,7 +112,7 @@ void Agent<P>::ScheduleCheck(Inst* inst, Ctrl* ctrl, Pair* pair)
 }
 
 template <class P>
-void Agent<P>::CancelTransactions(Inst* inst, Pair* pair)
+void Agent<P>::CancelTransactions(Inst* inst, Pair* pair, bool forget)
 {
     Log(inst, ICELIB_logDebug, "Canceling Transaction. Transaction Table Size(%d).",
         static_cast<int>(pair->numberOfTransactionIds));
@@ -122,6 +122,7 @@ void Agent<P>::CancelTransactions(Inst* inst, Pair* pair)
                                                   pair->localCandidate.userValue1, pair->transactionIdTable[i]);
         }
     }
+    if (!forget) return;
     std::memset(pair->transactionIdTable, 0, sizeof pair->transactionIdTable);
     pair->numberOfTransactionIds = 0;
 }
