@@ -170,15 +170,16 @@ struct SimNet {
 
     void Deliver(Packet& p)
     {
-        if (natOn) {
-            if (gatewalk::sockaddr_alike(Sa(p.source), Sa(natInside))) p.source = natOutside;
-            if (gatewalk::sockaddr_alike(Sa(p.destination), Sa(natOutside))) p.destination = natInside;
-        }
+        // Unreachable is judged on the address the sender used, before any translation.
         for (int i = 0; i < nUnreachable; ++i) {
             if (gatewalk::sockaddr_alike(Sa(p.destination), Sa(unreachable[i]))) {
                 ++dropped;
                 return;
             }
+        }
+        if (natOn) {
+            if (gatewalk::sockaddr_alike(Sa(p.source), Sa(natInside))) p.source = natOutside;
+            if (gatewalk::sockaddr_alike(Sa(p.destination), Sa(natOutside))) p.destination = natInside;
         }
         const int to = Owner(Sa(p.destination));
         if (to < 0) {
