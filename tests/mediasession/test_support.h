@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "mediasession/ZynMediaEngine.h"
+#include "util/CmLocalAddr.h"
 #include "util/CmTrace.h"
 
 namespace mstest {
@@ -51,10 +52,18 @@ private:
     std::vector<std::string> m_lines;
 };
 
-// One engine life for the scope of a test.
+// One engine life for the scope of a test; lines listen on loopback only while it lasts.
 struct EngineScope {
-    EngineScope() { InitMediaEngine(nullptr, nullptr, false, nullptr, false, 0); }
-    ~EngineScope() { UninitMediaEngine(); }
+    EngineScope()
+    {
+        set_local_addr_allow_list({"127.0.0.1", "::1"});
+        InitMediaEngine(nullptr, nullptr, false, nullptr, false, 0);
+    }
+    ~EngineScope()
+    {
+        UninitMediaEngine();
+        clear_local_addr_allow_list();
+    }
 };
 
 }  // namespace mstest

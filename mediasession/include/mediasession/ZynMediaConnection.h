@@ -4,8 +4,12 @@
 #include "mediasession/ZynDefines.h"
 
 class IZynMediaTrackBase;
+class IAudioConfig;
+class IVideoConfig;
+class IShareConfig;
+class IBaseConfig;
+class IGlobalConfig;
 class IZynMediaPackage;
-class IZynGlobalConfig;
 struct _tagVideoSizeInfo;
 struct _tagIndicationResult;
 struct tagCameraProperty;
@@ -103,6 +107,12 @@ public:
     virtual ZynResult SetReceivedSDP(ZynSdpType type, const char* sdp, _tagSdpParsedInfo* info, int* count) = 0;
     virtual ZynResult CreateAnswer() = 0;
     virtual ZynResult SetSink(IZynMediaConnectionSink* sink) = 0;
+    // A line's configuration by its mid; null for an unknown mid or a line of another kind.
+    virtual IAudioConfig* GetAudioConfig(unsigned long mid) = 0;
+    virtual IVideoConfig* GetVideoConfig(unsigned long mid) = 0;
+    virtual IShareConfig* GetShareConfig(unsigned long mid) = 0;
+    virtual IBaseConfig* GetApplicationConfig(unsigned long mid) = 0;
+    virtual IGlobalConfig* GetGlobalConfig() = 0;
     // Ends the call. The application's reference stays valid until it releases it.
     virtual void Stop() = 0;
     virtual unsigned int GetMediaConnectionCallID() = 0;

@@ -14,8 +14,11 @@
 
 #include "common/ZynIdentity.h"
 #include "common/ZynUnknownImpl.h"
+#include "config/GlobalConfig.h"
 #include "mediasession/ZynMediaConnection.h"
 #include "metrics/SessionMetrics.h"
+#include "sdp/offer_answer.h"
+#include "sdp/session_group.h"
 #include "tp/CmInetAddr.h"
 #include "tp/CmMutex.h"
 #include "tp/CmTimerWrapperID.h"
@@ -32,7 +35,8 @@ using CMediaConnectionPtr = CZynAutoPtr<CMediaConnection>;
 class CMediaConnection final : public IZynMediaConnection4T,
                                public CZynUnknownImpl,
                                public CCmTimerWrapperIDSink,
-                               public ZYNIdentityT<CMediaConnection> {
+                               public ZYNIdentityT<CMediaConnection>,
+                               public IGlobalConfigOwner {
 public:
     CMediaConnection(unsigned int callId, bool externalTransport, bool svs, bool externalCsi);
 
@@ -50,6 +54,15 @@ public:
     unsigned int GetMediaConnectionCallID() override { return m_callId; }
     ZynResult StartSDPRenegotiation() override;
     int GetSDPStatus() override { return m_sdpStatus; }
+    IAudioConfig* GetAudioConfig(unsigned long mid) override;
+    IVideoConfig* GetVideoConfig(unsigned long mid) override;
+    IShareConfig* GetShareConfig(unsigned long mid) override;
+    IBaseConfig* GetApplicationConfig(unsigned long mid) override;
+    IGlobalConfig* GetGlobalConfig() override { return &m_globalConfig; }
+
+    // IGlobalConfigOwner
+    void SetZynErrorMetrics(const char* tag, ZynResult code) override;
+    ZynResult OnGlobalConfigChanged(EGlobalConfigItem item) override;
 
     ZynResult Init();
     ZynResult ProcessDebugOption(ZynSessionType type, unsigned long mid, const char* option);
@@ -67,16 +80,16 @@ public:
     std::vector<std::string> GetNotifiedErrors();
     IZynMediaEngineInternal* GetEngine() const { return m_pZynEngine; }
     CSessionMetrics& GetSessionMetrics() { return m_sessionMetrics; }
-    bool IsCallStarted() const { return m_bCallStarted; }
+    bool IsCallStarted() const override { return m_bCallStarted; }
     bool IsSipCall() const { return m_bSipCall; }
 
-    // Connection-wide switches the global configuration sets (legal only before the call starts).
-    void EnableICE(bool enable) { m_bIceEnabled = enable; }
-    bool IsICEEnabled() const { return m_bIceEnabled; }
-    void EnableDtlsSRTP(bool enable) { m_bDtlsSrtpEnabled = enable; }
-    bool IsDtlsSRTPEnabled() const { return m_bDtlsSrtpEnabled; }
-    void SetClientType(int type) { m_clientType = type; }
-    int GetClientType() const { return m_clientType; }
+    // Connection-wide switches live in the global configuration (legal only before the call starts).
+    CGlobalConfig& GetGlobalConfigImpl() { return m_globalConfig; }
+    void EnableICE(bool enable) { m_globalConfig.EnableICE(enable); }
+    bool IsICEEnabled() const { return m_globalConfig.IsICEEnabled(); }
+    void EnableDtlsSRTP(bool enable) { m_globalConfig.EnableDtlsSRTP(enable); }
+    bool IsDtlsSRTPEnabled() const { return m_globalConfig.IsDtlsSRTPEnabled(); }
+    int GetClientType() const { return m_globalConfig.GetClientType(); }
 
     // A line has chosen its ports (and has its certificate where DTLS needs one).
     void onPortSelected(CMediaConnectionInfo* line);
@@ -96,10 +109,30 @@ public:
 private:
     ~CMediaConnection() override;
 
-    // Negotiation steps; local description assembly and remote application grow around these.
+    // Local description (MediaConnectionSdp.cpp).
     ZynResult selectPort();
     ZynResult buildUpdateSdp();
+    void newLocalSessionGroup();
+    bool buildLocalSdp(std::string& text);
+    void buildSdpSession(CMediaConnectionInfo* line);
+    void buildCodecs(CMediaConnectionInfo* line, std::vector<sdp::codec>& out, const std::vector<ZynCodecType>& list);
+    std::vector<ZynCodecType> SortOutCodecs(ZynSessionType type, const std::vector<ZynCodecType>& priority,
+                                            const std::vector<ZynCodecType>& preferred);
+    void sendLocalSdp(const char* what, const std::string& text);
+    ZynResult checkLocalNegotiated(const sdp::optional_value<sdp::session_group>& group);
+    std::string getUserName() const;
+    void traceSdp(const std::string& text);
+
+    // Remote description (MediaConnectionRemote.cpp); main thread.
     ZynResult SetReceivedSDP_m(ZynSdpType type, const std::string& sdp, _tagSdpParsedInfo* info, int* count);
+    ZynResult checkRemoteOffer(_tagSdpParsedInfo* info, int* count);
+    ZynResult checkRemoteNegotiated(const sdp::optional_value<sdp::session_group>& group, bool isAnswer);
+    void checkNegotiatedConnection(const sdp::optional_value<sdp::session_group>& local,
+                                   const sdp::optional_value<sdp::session_group>& remote, _tagSdpParsedInfo* info,
+                                   int* count);
+    void checkNegotiatedOffer(_tagSdpParsedInfo* info, int* count);
+    ZynResult applyRemoteAnswer(const std::string& sdp, _tagSdpParsedInfo* info, int* count, bool first);
+    unsigned long checkConnectionWithIndex(ZynSessionType type, size_t position);
 
     CMediaConnectionInfo* AddConnection(ZynSessionType type, unsigned long mid);
     ZynResult GetLocalIp(CCmInetAddr& address);
@@ -122,16 +155,19 @@ private:
     std::string m_remoteSdp;
     CSessionMetrics m_sessionMetrics;
     bool m_bCallStarted = false;
-    uint32_t m_sdpVersion = 0;
-    bool m_bInsecureLogs = false;
+    // The first description carries version 0: the counter starts one below and wraps.
+    uint32_t m_sdpVersion = 0xFFFFFFFF;
+    std::unique_ptr<sdp::session_group> m_pLocalSessionGroup;
+    sdp::optional_value<sdp::session_group> m_localNegotiated;
+    sdp::optional_value<sdp::session_group> m_remoteNegotiated;
+    uint64_t m_localSdpSentTick = 0;
+    uint64_t m_selectPortTick = 0;
+    CGlobalConfig m_globalConfig{this};
     uint64_t m_iceTieBreaker = 0;
     const bool m_bExternalTransport;
     const bool m_bSvs;
     const bool m_bExternalCsi;
     bool m_bSipCall = false;
-    bool m_bIceEnabled = false;
-    bool m_bDtlsSrtpEnabled = false;
-    int m_clientType = 0;
     int32_t m_iceLineCount = 0;
     bool m_bStoppingConnections = false;
     bool m_bLowTickStarted = false;

@@ -182,55 +182,13 @@ void CMediaConnection::CheckSessionInactive()
 ZynResult CMediaConnection::StartSDPRenegotiation()
 {
     MS_INFO_TRACE("CMediaConnection::StartSDPRenegotiation, m_sdpStatus=" << m_sdpStatus << CONN_TAIL);
+    if (m_sdpStatus == 2 || m_sdpStatus == 3) {
+        const bool cleanup = m_sdpStatus == 2;
+        for (CMediaConnectionInfo* line : m_connections)
+            if (line) line->Disconnect_i(cleanup, true);
+    }
     m_sdpStatus = 0;
     m_bCallStarted = false;
-    return ZYN_S_OK;
-}
-
-// Every line but application ones starts listening; each reports back through onPortSelected,
-// and the local description is assembled once the last one has.
-ZynResult CMediaConnection::selectPort()
-{
-    MS_DETAIL_TRACE("CMediaConnection::selectPort, conn=" << m_connections.size() << CONN_TAIL);
-    for (CMediaConnectionInfo* line : m_connections) {
-        if (!line) break;
-        if (line->GetSessionType() == ZynSessionType_Application) continue;
-        ZynResult r = line->StartListen(m_localAddress, false, m_bExternalTransport);
-        if (r == ZYN_E_GATHERFAILED || r == ZYN_E_NETQUEUE) return r;
-        if (!ZYN_SUCCEEDED(r)) return ZYN_E_FAIL;
-    }
-    return ZYN_S_OK;
-}
-
-void CMediaConnection::onPortSelected(CMediaConnectionInfo* line)
-{
-    MS_DETAIL_TRACE("CMediaConnection::onPortSelected, mid=" << (line ? line->GetMid() : 0) << CONN_TAIL);
-}
-
-ZynResult CMediaConnection::buildUpdateSdp()
-{
-    MS_INFO_TRACE("CMediaConnection::buildUpdateSdp, version=" << m_sdpVersion << CONN_TAIL);
-    ++m_sdpVersion;
-    return ZYN_S_OK;
-}
-
-// Runs on the main thread. Remote descriptions are applied once the offer/answer engine exists;
-// until then a remote offer moves the state as the exchange requires and nothing else.
-ZynResult CMediaConnection::SetReceivedSDP_m(ZynSdpType type, const std::string& sdp, _tagSdpParsedInfo*, int* count)
-{
-    MS_INFO_TRACE("CMediaConnection::SetReceivedSDP_m, type=" << static_cast<int>(type) << ", length="
-                  << sdp.size() << ", m_sdpStatus=" << m_sdpStatus << CONN_TAIL);
-    m_remoteSdp = sdp;
-    if (count) *count = 0;
-    if (type == ZynSdpType_Offer) {
-        if (m_sdpStatus == 2) return ZYN_E_WRONGSTATE;
-        if (m_sdpStatus == 0) m_sdpStatus = 1;
-    } else {
-        if (m_sdpStatus != 2 && m_sdpStatus != 3) return ZYN_E_WRONGSTATE;
-        m_sdpStatus = 3;
-        m_sendSdpType = 0;
-    }
-    m_mediaRunning.store(1);
     return ZYN_S_OK;
 }
 

@@ -1,6 +1,8 @@
 // Port choice, listening and host candidates of the connector.
 #include "ice/IceConnector.h"
 
+#include <openssl/rand.h>
+
 #include <random>
 
 #include "util/CmLocalAddr.h"
@@ -9,6 +11,21 @@
 namespace zyn {
 
 #define ICE_TAIL " cid__" << m_callId << " this=" << static_cast<const void*>(this)
+
+namespace {
+
+// ICE credentials use the ice-char alphabet of RFC 5245: letters, digits, '+' and '/'.
+std::string RandomIceText(size_t length)
+{
+    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text(length, 'A');
+    unsigned char bytes[64] = {};
+    if (length > sizeof(bytes) || RAND_bytes(bytes, static_cast<int>(length)) != 1) return text;
+    for (size_t i = 0; i < length; ++i) text[i] = kAlphabet[bytes[i] & 63];
+    return text;
+}
+
+}  // namespace
 
 CIceConnector::CIceConnector(IceConnectorSink* sink, uint32_t callId) : m_sink(sink), m_callId(callId)
 {
@@ -79,6 +96,10 @@ ZynResult CIceConnector::StartCollectCandidates(ZynConnectionPolicy policy, bool
         return result;
     }
 
+    if (m_ufrag.empty()) {
+        m_ufrag = RandomIceText(8);
+        m_password = RandomIceText(24);
+    }
     int step = 24;
     int counter = 1;
     int used = 0;
@@ -179,5 +200,25 @@ void CIceConnector::StopListen()
 }
 
 void CIceConnector::CleanUp(bool, bool) { StopListen(); }
+
+void CIceConnector::GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address)
+{
+    caps = sdp::ice_caps();
+    if (!m_bIceEnable) {
+        address = m_localRtp;
+        return;
+    }
+    caps.username = m_ufrag;
+    caps.password = m_password;
+    address = CCmInetAddr();
+    for (const CIceCandidate& c : m_Candidates) {
+        if (c.component == 1 && address.GetPort() == 0) address = c.rtpAddress;
+        // Host type preference 126, then the address's preference, then the component.
+        const uint32_t priority = (126u << 24) | (static_cast<uint32_t>(c.localPreference & 0xFFFF) << 8) |
+                                  static_cast<uint32_t>(256 - c.component);
+        caps.candidates.emplace_back(std::to_string(c.foundationCounter), static_cast<uint32_t>(c.component), "UDP",
+                                     priority, c.rtpAddress.GetIpDisplayName(), c.rtpAddress.GetPort(), "host");
+    }
+}
 
 }  // namespace zyn

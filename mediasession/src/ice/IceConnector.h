@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "mediasession/ZynDefines.h"
+#include "sdp/ice.h"
 #include "tp/CmInetAddr.h"
 #include "tp/CmTransport.h"
 
@@ -49,6 +50,9 @@ public:
     virtual void SetPortRange(uint16_t minPort, uint16_t maxPort) = 0;
     virtual void SetSessionType(ZynSessionType type) = 0;
     virtual void setNonListen(bool nonListen) = 0;
+    // Credentials and candidates for the description (none without ICE), and the address its m
+    // line carries: the first RTP candidate, or the plain RTP port. Port 0: nothing is bound.
+    virtual void GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address) = 0;
 };
 
 class CIceConnector : public IIceConnector, public ICmAcceptorConnectorSink {
@@ -67,6 +71,9 @@ public:
     void SetPortRange(uint16_t minPort, uint16_t maxPort) override;
     void SetSessionType(ZynSessionType type) override { m_sessionType = type; }
     void setNonListen(bool nonListen) override { m_bNonListen = nonListen; m_bNonListenSet = true; }
+    void GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address) override;
+    const std::string& GetLocalUfrag() const { return m_ufrag; }
+    const std::string& GetLocalPassword() const { return m_password; }
 
     void OnConnectIndication(CmResult reason, ICmTransport* transport, ICmAcceptorConnectorId* id) override;
 
@@ -109,6 +116,9 @@ private:
     CCmInetAddr m_localRtcp;
     ICmAcceptor* m_plainAcceptors[2] = {nullptr, nullptr};
     int m_listenKind = 0;  // 2 UDP, 1 TCP
+    // Made with the first candidates and kept: a new description of the same line is no restart.
+    std::string m_ufrag;
+    std::string m_password;
 };
 
 // Hides which connector is there; with none, result codes are ZYN_S_FALSE and the rest neutral.
@@ -131,6 +141,10 @@ public:
     void SetPortRange(uint16_t a, uint16_t b) override { if (m_connector) m_connector->SetPortRange(a, b); }
     void SetSessionType(ZynSessionType t) override { if (m_connector) m_connector->SetSessionType(t); }
     void setNonListen(bool v) override { if (m_connector) m_connector->setNonListen(v); }
+    void GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address) override
+    {
+        if (m_connector) m_connector->GetIceCandidates(caps, address);
+    }
 
 private:
     std::shared_ptr<IIceConnector> m_connector;

@@ -80,6 +80,13 @@ ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionTyp
         m_maxSources = 3;
         MS_INFO_TRACE("CMediaConnectionInfo::Init, set audio multistream to " << m_maxSources << LINE_TAIL);
     }
+    switch (type) {
+    case ZynSessionType_Audio:
+    case ZynSessionType_AudioSlide: m_codecType = ZynCodecType_OPUS; break;
+    case ZynSessionType_Video:
+    case ZynSessionType_ScreenShare: m_codecType = ZynCodecType_SVC; break;
+    default: m_codecType = ZynCodecType_Unknown; break;
+    }
     if (m_bInited) {
         if (m_sink) m_sink->GetSessionMetrics().KickZynError("CMCIInit", ZYN_E_FAIL);
         CM_ASSERT_REPORT("m_pRemoteTrack == __null");

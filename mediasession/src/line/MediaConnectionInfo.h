@@ -11,7 +11,13 @@
 #include <string>
 
 #include "common/ZynIdentity.h"
+#include "config/MediaConfigs.h"
 #include "ice/IceConnector.h"
+#include "sdp/codec.h"
+#include "sdp/crypto.h"
+#include "sdp/ice.h"
+#include "sdp/multistream.h"
+#include "sdp/rtp_attributes.h"
 #include "mediasession/ZynDefines.h"
 #include "tp/CmEvent.h"
 #include "tp/CmString.h"
@@ -26,7 +32,8 @@ class CMediaConnection;
 class CMediaConnectionInfo final : public IZynMediaTransport,
                                    public IceConnectorSink,
                                    public CCmTimerWrapperIDSink,
-                                   public ZYNIdentityT<CMediaConnectionInfo> {
+                                   public ZYNIdentityT<CMediaConnectionInfo>,
+                                   public IMediaConfigOwner {
 public:
     explicit CMediaConnectionInfo(uint32_t callId);
     ~CMediaConnectionInfo() override;
@@ -64,8 +71,56 @@ public:
 
     void OnTimer(CCmTimerWrapperID*) override {}
 
+    // IMediaConfigOwner
+    bool IsCallStarted() const override;
+    void SetZynErrorMetrics(const char* tag, ZynResult code) override;
+    ZynSessionType GetSessionType() const override { return m_type; }
+    uint32_t GetCallId() const override { return GetIdentityCallId(); }
+
+    // The configuration of the line's kind; the other three exist and stay unused.
+    CBaseConfig& GetConfig();
+    CAudioConfig& GetAudioConfig() { return m_audioConfig; }
+    CVideoConfig& GetVideoConfig() { return m_videoConfig; }
+    CShareConfig& GetShareConfig() { return m_shareConfig; }
+    CBaseConfig& GetBaseConfig() { return m_baseConfig; }
+
+    // Description building (main thread). Ready: ports and candidates are known.
+    bool IsSdpReady() const { return m_bSdpReady; }
+    void SetSdpReady(bool ready) { m_bSdpReady = ready; }
+    bool IsNegotiated() const { return m_bNegotiated; }
+    void SetNegotiated(bool negotiated) { m_bNegotiated = negotiated; }
+    ZynCodecType GetDefaultCodecType() const { return m_codecType; }
+    bool IsAudioSlideMix() const { return false; }
+    bool IsMultistream() const { return m_bMultistream; }
+    // What the last negotiation agreed for this line (the requested direction stays as it was).
+    ZynDirection GetNegotiatedDirection() const { return m_negotiatedDirection; }
+    void SetNegotiatedDirection(ZynDirection direction) { m_negotiatedDirection = direction; }
+    // DTLS keys this line's SRTP (and no crypto attribute is offered).
+    bool IsDtlsInUse() const;
+    bool IsSRTPEnabled() const;
+    bool IsMultiStreamEnabled() const;
+    // Five SDES offers, made once per line and offered again unchanged.
+    void buildSrtpCryptos(std::vector<sdp::crypto>& out);
+    void buildDtmfCodecs(std::vector<sdp::codec>& out);
+    void buildFecCodecs(std::vector<sdp::codec>& out);
+    void buildRtxCodecs(std::vector<sdp::codec>& out);
+    void buildMuliCaps(sdp::optional_value<sdp::cmulti_caps>& out);
+    // The line's ICE credentials and candidates (empty without ICE) and the address the m line
+    // carries; the address's port is 0 while the line has no port.
+    void GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address);
+    const CCmInetAddr& GetSdpAddress() const { return m_sdpAddress; }
+    // What the negotiation agreed, kept for the engine set-up of the connect.
+    void setupDecodeCodecs(const std::vector<sdp::codec>& codecs) { m_decodeCodecs = codecs; }
+    void setupEncodeCodecs(const std::vector<sdp::codec>& codecs) { m_encodeCodecs = codecs; }
+    void setupExtMap(const std::vector<sdp::ext_map>& maps, bool local);
+    void setupBandwidth(const sdp::optional_value<unsigned>& bitsPerSecond);
+    void setupMultiCaps(const sdp::optional_value<sdp::cmulti_caps>& remote);
+    void setupSrtp(const std::vector<sdp::crypto>& remote, const std::vector<sdp::crypto>& local);
+    const std::vector<sdp::codec>& GetEncodeCodecs() const { return m_encodeCodecs; }
+    const std::vector<sdp::codec>& GetDecodeCodecs() const { return m_decodeCodecs; }
+    uint32_t GetSendBandwidth() const { return m_sendBandwidth; }
+
     unsigned long GetMid() const { return m_mid; }
-    ZynSessionType GetSessionType() const { return m_type; }
     int32_t GetDirection() const { return m_nDirection; }
     void SetDirection(int32_t direction) { m_nDirection = direction; }
     IZynMediaSession* GetZynSession() const { return m_pZynSession; }
@@ -110,6 +165,23 @@ private:
     ICmEvent* m_certificateObserver = nullptr;  // registered with the generator, not yet fired
     std::string m_chLocalFingerPrint;
     // The process certificate and key, copied on first use by any line.
+    CAudioConfig m_audioConfig{this};
+    CVideoConfig m_videoConfig{this};
+    CShareConfig m_shareConfig{this};
+    CBaseConfig m_baseConfig{this};
+    ZynCodecType m_codecType = ZynCodecType_Unknown;
+    bool m_bSdpReady = false;
+    bool m_bNegotiated = false;
+    bool m_bMultistream = false;
+    ZynDirection m_negotiatedDirection = ZynDirection_None;
+    CCmInetAddr m_sdpAddress;
+    std::vector<sdp::crypto> m_cryptos;  // made once, offered on every description
+    std::vector<sdp::crypto> m_negotiatedCryptos[2];  // [0] what we send with, [1] what we receive with
+    std::vector<sdp::codec> m_encodeCodecs;
+    std::vector<sdp::codec> m_decodeCodecs;
+    std::vector<sdp::ext_map> m_extMaps[2];  // [0] remote, [1] local
+    sdp::optional_value<sdp::cmulti_caps> m_remoteMultiCaps;
+    uint32_t m_sendBandwidth = 0;
     static std::mutex s_dtlsMutex;
     static CCmString m_pDtlsCert;
     static CCmString m_pDtlsPriKey;

@@ -1,0 +1,190 @@
+// What a line offers beyond plain codecs (SDES keys, telephone events, FEC, RTX, multistream,
+// candidates) and what it keeps of the negotiation until it connects.
+#include <openssl/crypto.h>
+#include <openssl/rand.h>
+
+#include "connection/MediaConnection.h"
+#include "line/MediaConnectionInfo.h"
+#include "util/CmBase64.h"
+#include "util/CmTrace.h"
+#include "zyn/ZynCodecs.h"
+
+namespace zyn {
+
+#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
+
+namespace {
+
+constexpr uint8_t DEFAULT_RTX_PAYLOADTYPE = 112;
+constexpr uint32_t DEFAULT_RTX_BUFFERTIME = 500;
+
+struct SdesSuite {
+    uint32_t tag;
+    const char* suite;
+    size_t keyBytes;
+};
+// Strongest first: an answerer takes the first suite it supports.
+constexpr SdesSuite kSdesSuites[] = {
+    {1, "AEAD_AES_256_GCM", 44},        {2, "AEAD_AES_128_GCM", 28},        {3, "AES_CM_256_HMAC_SHA1_80", 46},
+    {4, "AES_CM_128_HMAC_SHA1_80", 30}, {5, "AES_CM_128_HMAC_SHA1_32", 30},
+};
+// Window size hint: the replay window the receiver keeps, in packets (RFC 4568's minimum).
+constexpr int kWindowSizeHint = 64;
+
+}  // namespace
+
+bool CMediaConnectionInfo::IsCallStarted() const { return m_sink && m_sink->IsCallStarted(); }
+
+void CMediaConnectionInfo::SetZynErrorMetrics(const char* tag, ZynResult code)
+{
+    if (m_sink) m_sink->GetSessionMetrics().KickZynError(tag ? tag : "", code);
+}
+
+CBaseConfig& CMediaConnectionInfo::GetConfig()
+{
+    switch (m_type) {
+    case ZynSessionType_Audio:
+    case ZynSessionType_AudioSlide: return m_audioConfig;
+    case ZynSessionType_Video: return m_videoConfig;
+    case ZynSessionType_ScreenShare: return m_shareConfig;
+    default: return m_baseConfig;
+    }
+}
+
+bool CMediaConnectionInfo::IsDtlsInUse() const
+{
+    if (!m_sink) {
+        CM_ASSERT_REPORT("m_sink");
+        return false;
+    }
+    return m_sink->IsDtlsSRTPEnabled();
+}
+
+bool CMediaConnectionInfo::IsSRTPEnabled() const
+{
+    if (!m_sink) {
+        CM_ASSERT_REPORT("m_sink");
+        return false;
+    }
+    return m_sink->GetGlobalConfigImpl().IsSRTPEnabled();
+}
+
+bool CMediaConnectionInfo::IsMultiStreamEnabled() const
+{
+    if (!m_sink) {
+        CM_ASSERT_REPORT("m_sink");
+        return false;
+    }
+    return m_sink->GetGlobalConfigImpl().IsMultiStreamEnabled();
+}
+
+void CMediaConnectionInfo::buildSrtpCryptos(std::vector<sdp::crypto>& out)
+{
+    if (IsDtlsInUse() || !IsSRTPEnabled()) return;
+    if (m_cryptos.empty()) {
+        for (const SdesSuite& s : kSdesSuites) {
+            unsigned char key[64] = {};
+            if (RAND_bytes(key, static_cast<int>(s.keyBytes)) != 1)
+                MS_ERROR_TRACE("CMediaConnectionInfo::buildSrtpCryptos, failed to generate random bytes" << LINE_TAIL);
+            std::string text;
+            CM_Base64Encode(key, s.keyBytes, text);
+            OPENSSL_cleanse(key, sizeof(key));
+            m_cryptos.emplace_back(s.tag, s.suite, std::vector<sdp::crypto_key>{sdp::crypto_key("inline", text, "2^31")},
+                                   std::vector<std::string>{"WSH=" + std::to_string(kWindowSizeHint)});
+        }
+    }
+    out.insert(out.end(), m_cryptos.begin(), m_cryptos.end());
+}
+
+void CMediaConnectionInfo::buildDtmfCodecs(std::vector<sdp::codec>& out)
+{
+    if (m_type != ZynSessionType_Audio) return;
+    const ZynEngineCodecInfo* table = nullptr;
+    const size_t n = ZynGetMediaCodecs(ZynCodecMedia_Audio, &table);
+    for (size_t i = 0; i < n; ++i) {
+        if (table[i].codecType != ZynCodecType_DTMF) continue;
+        out.emplace_back(table[i].payload, sdp::telephone_event_codec_param(std::vector<std::string>{"0-15"}));
+        return;
+    }
+}
+
+void CMediaConnectionInfo::buildFecCodecs(std::vector<sdp::codec>& out)
+{
+    ZynSobeFecInfo info{};
+    if (!ZYN_SUCCEEDED(GetConfig().GetFecInfo(info, eStreamDirection_In))) {
+        MS_WARNING_TRACE("CMediaConnectionInfo::buildFecCodecs failed. " << LINE_TAIL);
+        return;
+    }
+    sdp::sobe_rs_fec_codec_param param;
+    param.fec_order = GetConfig().GetSrtpFecOrder() == ZynSecurityFECOrder_FEC_SRTP ? "FEC_SRTP" : "SRTP_FEC";
+    out.emplace_back(info.uPayloadType, param);
+    MS_INFO_TRACE("CMediaConnectionInfo::buildFecCodecs: localFecPayloadType=" << static_cast<int>(info.uPayloadType)
+                                                                               << LINE_TAIL);
+}
+
+void CMediaConnectionInfo::buildRtxCodecs(std::vector<sdp::codec>& out)
+{
+    if (!GetConfig().IsRtxEnabled()) return;
+    ZynSobeRtxInfo info{};
+    uint8_t payload = DEFAULT_RTX_PAYLOADTYPE;
+    uint32_t bufferTime = DEFAULT_RTX_BUFFERTIME;
+    if (ZYN_SUCCEEDED(GetConfig().GetRtxInfo(info, eStreamDirection_In)) && info.uPayloadType != 0) {
+        payload = info.uPayloadType;
+        bufferTime = info.uBufferTime;
+    }
+    const char* order = "SRTP_RTX";
+    out.emplace_back(payload, sdp::sobe_rtx_codec_param(order, bufferTime));
+    MS_INFO_TRACE("CMediaConnectionInfo::buildRtxCodecs: rtxPayloadType=" << static_cast<int>(payload)
+                  << ", maxRtxBufferTime=" << bufferTime << ", rtx_srtp_order=" << order << LINE_TAIL);
+}
+
+void CMediaConnectionInfo::buildMuliCaps(sdp::optional_value<sdp::cmulti_caps>& out)
+{
+    if (!IsMultiStreamEnabled()) return;
+    // Audio mixes every source into one stream, whatever the codec: one simulcast of any payload.
+    // Video layers depend on the machine's performance class, which the static tables give.
+    if (m_type != ZynSessionType_Audio && m_type != ZynSessionType_AudioSlide) return;
+    sdp::sprop_source source(0);
+    source.simuls.emplace_back(std::vector<uint32_t>{0});
+    out = sdp::cmulti_caps({source}, {sdp::sprop_simul(0, 0, "100", {"*"})}, 9);
+}
+
+void CMediaConnectionInfo::GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address)
+{
+    m_iceConnector.GetIceCandidates(caps, address);
+    m_sdpAddress = address;
+}
+
+void CMediaConnectionInfo::setupExtMap(const std::vector<sdp::ext_map>& maps, bool local)
+{
+    m_extMaps[local ? 1 : 0] = maps;
+}
+
+void CMediaConnectionInfo::setupBandwidth(const sdp::optional_value<unsigned>& bitsPerSecond)
+{
+    m_sendBandwidth = bitsPerSecond.is_set() ? bitsPerSecond.get_data() : 0;
+}
+
+void CMediaConnectionInfo::setupMultiCaps(const sdp::optional_value<sdp::cmulti_caps>& remote)
+{
+    if (!remote.is_set()) return;
+    m_bMultistream = true;
+    m_remoteMultiCaps = remote;
+    MS_INFO_TRACE("CMediaConnectionInfo::setupMultiCaps, vorta-scr is supported, m_cScrVersion="
+                  << remote.get_data().scr_versions << LINE_TAIL);
+}
+
+void CMediaConnectionInfo::setupSrtp(const std::vector<sdp::crypto>& remote, const std::vector<sdp::crypto>& local)
+{
+    m_negotiatedCryptos[0].clear();
+    m_negotiatedCryptos[1].clear();
+    if (remote.empty()) return;
+    m_negotiatedCryptos[1].push_back(remote.front());
+    for (const sdp::crypto& c : local) {
+        if (c.suite != remote.front().suite) continue;
+        m_negotiatedCryptos[0].push_back(c);
+        break;
+    }
+}
+
+}  // namespace zyn
