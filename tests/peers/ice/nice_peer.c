@@ -1,7 +1,10 @@
 /* An independent ICE peer on libnice, with the same command line and output as `mediasession
  * ice-peer`:
  *
- *   nice_peer --role controlling|controlled --out FILE --in FILE [--local ADDR]...
+ *   nice_peer --role controlling|controlled --out FILE --in FILE [--local ADDR]... [--aggressive]
+ *
+ * --aggressive keeps libnice's own default, aggressive nomination (every check of the controlling side
+ * carries USE-CANDIDATE); otherwise it nominates as our agent does, regular.
  *
  * Gathers host candidates on the given addresses (127.0.0.1 by default), writes its description to
  * FILE (through FILE.tmp and a rename, so the other side never reads half of it), waits for the other
@@ -163,7 +166,8 @@ static gboolean give_up(gpointer data)
 
 static int usage(void)
 {
-    fprintf(stderr, "usage: nice_peer --role controlling|controlled --out FILE --in FILE [--local ADDR]...\n");
+    fprintf(stderr, "usage: nice_peer --role controlling|controlled --out FILE --in FILE [--local ADDR]..."
+                    " [--aggressive]\n");
     return 2;
 }
 
@@ -172,7 +176,12 @@ int main(int argc, char **argv)
     struct peer p = {0};
     const char *role = NULL;
     GPtrArray *locals = g_ptr_array_new();
+    NiceAgentOption nomination = NICE_AGENT_OPTION_REGULAR_NOMINATION;
     for (int i = 1; i < argc; ++i) {
+        if (strcmp(argv[i], "--aggressive") == 0) {
+            nomination = NICE_AGENT_OPTION_NONE;
+            continue;
+        }
         if (i + 1 >= argc) return usage();
         if (strcmp(argv[i], "--role") == 0) role = argv[++i];
         else if (strcmp(argv[i], "--out") == 0) p.out_path = argv[++i];
@@ -185,7 +194,7 @@ int main(int argc, char **argv)
     if (locals->len == 0) g_ptr_array_add(locals, "127.0.0.1");
 
     p.loop = g_main_loop_new(NULL, FALSE);
-    p.agent = nice_agent_new_full(NULL, NICE_COMPATIBILITY_RFC5245, NICE_AGENT_OPTION_REGULAR_NOMINATION);
+    p.agent = nice_agent_new_full(NULL, NICE_COMPATIBILITY_RFC5245, nomination);
     /* UDP host candidates only: the peers under test speak no ICE-TCP and must not look elsewhere. */
     g_object_set(p.agent, "controlling-mode", strcmp(role, "controlling") == 0, "ice-tcp", FALSE, "upnp", FALSE,
                  NULL);
