@@ -1,16 +1,19 @@
 // `mediasession version` and `mediasession call`: the main job, a call between two connections in
 // one process, through the library's public API only.
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
+#include <sstream>
 #include <string>
+#include <vector>
 
+#include "call_exchange.h"
 #include "command.h"
+#include "mediasession/ZynMediaConfig.h"
 #include "mediasession/ZynMediaEngine.h"
 
 namespace {
+
+constexpr const char* kCallUsage =
+    "call [--sdp-only] [--media audio,video,share,audio-slide,application] [--insecure-logs] [--save DIR]";
 
 int RunVersion(const std::vector<std::string>&)
 {
@@ -21,73 +24,99 @@ int RunVersion(const std::vector<std::string>&)
     return 0;
 }
 
-// Prints what the library tells one side, and counts the ready tracks.
-class PrintingSink final : public IZynMediaConnectionSink {
-public:
-    explicit PrintingSink(const char* name) : m_name(name) {}
-
-    void OnMediaReady(unsigned long mid, ZynDirection direction, ZynSessionType type, IZynMediaTrackBase*) override
-    {
-        std::printf("[%s] media ready: mid=%lu type=%d direction=%d\n", m_name, mid, type, direction);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_ready;
-        m_changed.notify_all();
-    }
-    void OnSDPReady(ZynSdpType type, const char* sdp) override
-    {
-        std::printf("[%s] %s ready (%zu bytes)\n", m_name, type == ZynSdpType_Offer ? "offer" : "answer",
-                    sdp ? std::string(sdp).size() : 0);
-    }
-    void OnError(int code, void*) override { std::printf("[%s] error 0x%08x\n", m_name, code); }
-
-    bool WaitReady(int count)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, std::chrono::seconds(5), [&] { return m_ready >= count; });
-    }
-
-private:
-    const char* m_name;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    int m_ready = 0;
+struct CallOptions {
+    bool sdpOnly = false;
+    std::vector<ZynSessionType> media{ZynSessionType_Audio, ZynSessionType_Video};
+    tool::ExchangeOptions exchange;
 };
 
-bool Check(const char* what, ZynResult r)
+bool ParseMedia(const std::string& list, std::vector<ZynSessionType>& out)
 {
-    std::printf("  %-32s 0x%08x %s\n", what, static_cast<unsigned int>(r), ZYN_SUCCEEDED(r) ? "ok" : "FAILED");
-    return ZYN_SUCCEEDED(r);
+    out.clear();
+    std::istringstream in(list);
+    for (std::string item; std::getline(in, item, ',');) {
+        if (item == "audio") out.push_back(ZynSessionType_Audio);
+        else if (item == "video") out.push_back(ZynSessionType_Video);
+        else if (item == "share") out.push_back(ZynSessionType_ScreenShare);
+        else if (item == "audio-slide") out.push_back(ZynSessionType_AudioSlide);
+        else if (item == "application") out.push_back(ZynSessionType_Application);
+        else return false;
+    }
+    return !out.empty();
+}
+
+// 0: run; 1: bad usage; 2: help printed.
+int ParseOptions(const std::vector<std::string>& args, CallOptions& options)
+{
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (a == "-h" || a == "--help") {
+            std::printf("usage: mediasession %s\n", kCallUsage);
+            return 2;
+        }
+        if (a == "--sdp-only") {
+            options.sdpOnly = true;
+        } else if (a == "--insecure-logs") {
+            options.exchange.insecure = true;
+        } else if (a == "--media" && i + 1 < args.size()) {
+            if (!ParseMedia(args[++i], options.media)) return 1;
+        } else if (a == "--save" && i + 1 < args.size()) {
+            options.exchange.saveDir = args[++i];
+        } else {
+            return 1;
+        }
+    }
+    options.exchange.printDescriptions = options.sdpOnly;
+    return 0;
+}
+
+// Lines that send get a local track at once, announced through OnMediaReady.
+int ExpectedMediaReady(const std::vector<ZynSessionType>& media)
+{
+    int n = 0;
+    for (ZynSessionType t : media) n += t != ZynSessionType_Application;
+    return n;
+}
+
+bool RunSides(IZynMediaConnection* a, tool::CallSide& sideA, IZynMediaConnection* b, tool::CallSide& sideB,
+              const CallOptions& options)
+{
+    bool ok = true;
+    for (auto [side, conn] : {std::pair{"A", a}, std::pair{"B", b}}) {
+        const std::string tag = std::string(side) + ": ";
+        if (options.exchange.insecure) conn->GetGlobalConfig()->EnableInsecureLogs(true);
+        unsigned long mid = 0;
+        for (ZynSessionType type : options.media) {
+            const std::string what = tag + "add media type " + std::to_string(type) + " (mid " + std::to_string(mid) + ")";
+            ok &= tool::Check(what.c_str(), conn->AddMedia(type, ZynDirection_SendRecv, mid++, nullptr));
+        }
+    }
+    const int ready = ExpectedMediaReady(options.media);
+    ok &= sideA.WaitMediaReady(ready) && sideB.WaitMediaReady(ready);
+    return ok && tool::ExchangeDescriptions(a, sideA, b, sideB, options.exchange);
 }
 
 int RunCall(const std::vector<std::string>& args)
 {
-    for (const auto& a : args) {
-        if (a == "-h" || a == "--help") {
-            std::printf("usage: mediasession call\n");
-            return 0;
-        }
+    CallOptions options;
+    if (int parsed = ParseOptions(args, options); parsed != 0) {
+        if (parsed == 1) std::fprintf(stderr, "usage: mediasession %s\n", kCallUsage);
+        return parsed == 2 ? 0 : 2;
     }
     std::printf("initialising the engine\n");
     InitMediaEngine(nullptr, nullptr, false, nullptr, false, 0);
 
     bool ok = true;
-    PrintingSink sinkA("A"), sinkB("B");
+    tool::CallSide sideA("A"), sideB("B");
     IZynMediaConnection* a = nullptr;
     IZynMediaConnection* b = nullptr;
-    ok &= Check("create connection A", CreateMediaConnection(&a, 0));
-    ok &= Check("create connection B", CreateMediaConnection(&b, 0));
+    ok &= tool::Check("create connection A", CreateMediaConnection(&a, 0));
+    ok &= tool::Check("create connection B", CreateMediaConnection(&b, 0));
     if (a && b) {
         std::printf("  call ids: A=%u B=%u\n", a->GetMediaConnectionCallID(), b->GetMediaConnectionCallID());
-        a->SetSink(&sinkA);
-        b->SetSink(&sinkB);
-        for (auto [side, conn] : {std::pair{"A", a}, std::pair{"B", b}}) {
-            std::string tag = std::string(side) + ": ";
-            ok &= Check((tag + "add audio (mid 0)").c_str(), conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, 0, nullptr));
-            ok &= Check((tag + "add video (mid 1)").c_str(), conn->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, 1, nullptr));
-        }
-        ok &= sinkA.WaitReady(2) && sinkB.WaitReady(2);
-        ok &= Check("A: create offer", a->CreateOffer());
-        std::printf("  negotiation state: A=%d B=%d\n", a->GetSDPStatus(), b->GetSDPStatus());
+        a->SetSink(&sideA);
+        b->SetSink(&sideB);
+        ok &= RunSides(a, sideA, b, sideB, options);
     }
     std::printf("stopping\n");
     for (IZynMediaConnection* c : {a, b}) {
@@ -101,6 +130,6 @@ int RunCall(const std::vector<std::string>& args)
 }
 
 tool::CommandRegistration g_version{"version", "version", RunVersion};
-tool::CommandRegistration g_call{"call", "call                       a call between two connections in one process", RunCall};
+tool::CommandRegistration g_call{"call", kCallUsage, RunCall};
 
 }  // namespace
