@@ -176,6 +176,21 @@ TYPED_TEST(IceScenario, NatRewriteGivesPeerReflexiveCandidatesOnBothSides)
     EXPECT_TRUE(n.ep[1].Logged("Making peer refelxive remote Candidate"));
 }
 
+TYPED_TEST(IceScenario, LiteAgentOnlyAnswersAndTakesThePeersNomination)
+{
+    SimNet<TypeParam>& n = *this->net_;
+    typename TypeParam::Config lite = this->Config();
+    lite.iceLite = true;
+    n.InitOne(1, this->b_, lite);
+    this->HostPair();
+    n.Exchange();
+    n.Start(0, true, 1);
+    n.Start(1, false, 2);
+    ASSERT_TRUE(n.Run(300));
+    this->ExpectSamePair(1, 1);
+    for (int i = 0; i < n.nChecks; ++i) EXPECT_EQ(n.checks[i].from, 0);
+}
+
 TYPED_TEST(IceScenario, RoleConflictIsResolvedByTheTieBreaker)
 {
     using T = TypeParam;

@@ -52,13 +52,16 @@ struct SimNet {
     // Instances are static in the tests: they are large and must not come from the heap mid-run.
     void Init(typename T::Inst* a, typename T::Inst* b, const typename T::Config& config)
     {
-        typename T::Inst* insts[2] = {a, b};
-        for (int i = 0; i < 2; ++i) {
-            ep[i].Init(insts[i], i, &config);
-            ep[i].send = &Send;
-            ep[i].sendCtx = this;
-            ep[i].now = &tick;
-        }
+        InitOne(0, a, config);
+        InitOne(1, b, config);
+    }
+
+    void InitOne(int e, typename T::Inst* inst, const typename T::Config& config)
+    {
+        ep[e].Init(inst, e, &config);
+        ep[e].send = &Send;
+        ep[e].sendCtx = this;
+        ep[e].now = &tick;
     }
 
     static void Send(void* ctx, int from, const uint8_t* bytes, uint32_t length, const sockaddr* source,

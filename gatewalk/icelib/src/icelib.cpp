@@ -141,7 +141,7 @@ void Agent<P>::Tick(Inst* inst)
     if (!inst->iceSupportVerified) return;
     if constexpr (kZyn<P>) UpdateReadyToNominateWeighting(inst);
     ++inst->tickCount;
-    TickStreamController(inst);
+    if (!inst->iceConfiguration.iceLite) TickStreamController(inst);  // a lite agent never checks
     if (inst->iceState == ICELIB_RUNNING) {
         ConcludeIfComplete(inst);
         UpdatingStates(inst);

@@ -159,6 +159,9 @@ struct Agent {
                                 bool useCandidate, bool controlling, bool controlled, uint64_t tieBreaker,
                                 StunMsgId id, const struct sockaddr* source, const struct sockaddr* destination,
                                 bool fromRelay, const struct sockaddr* relayAddr, uint16_t componentId);
+    static void IncomingLite(Inst* inst, uint32_t uv1, uint32_t uv2, const char* ufragPair, uint32_t peerPriority,
+                             bool useCandidate, StunMsgId id, const struct sockaddr* source,
+                             const struct sockaddr* localAddr, bool fromRelay, uint16_t componentId);
     static Ctrl* FindStreamByAddress(Inst* inst, const struct sockaddr* address);
     static bool CompareUfragPair(const char* ufragPair, const CheckList* list);
     static void SendResponse(Inst* inst, Ctrl* ctrl, uint32_t uv1, uint32_t uv2, uint32_t componentId,

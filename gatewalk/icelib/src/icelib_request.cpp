@@ -61,6 +61,10 @@ void Agent<P>::IncomingRequest(Inst* inst, uint32_t uv1, uint32_t uv2, const cha
     }
     if (source == nullptr || destination == nullptr) return;
     const struct sockaddr* localAddr = fromRelay && relayAddr != nullptr ? relayAddr : destination;
+    if (inst->iceConfiguration.iceLite) {
+        IncomingLite(inst, uv1, uv2, ufragPair, peerPriority, useCandidate, id, source, localAddr, fromRelay, componentId);
+        return;
+    }
 
     Ctrl* ctrl = FindStreamByAddress(inst, localAddr);
     if (ctrl == nullptr && inst->iceState == ICELIB_COMPLETED) {
@@ -240,6 +244,58 @@ void Agent<P>::IncomingRequest(Inst* inst, uint32_t uv1, uint32_t uv2, const cha
     }
     Log(inst, ICELIB_logDebug, "Answering check from %s at %s", AddrText(source, a), AddrText(localAddr, b));
     SendResponse(inst, ctrl, uv1, uv2, compId, localAddr, source, source, 200, id, fromRelay);
+}
+
+template <class P>
+void Agent<P>::IncomingLite(Inst* inst, uint32_t uv1, uint32_t uv2, const char* ufragPair, uint32_t peerPriority,
+                            bool useCandidate, StunMsgId id, const struct sockaddr* source,
+                            const struct sockaddr* localAddr, bool fromRelay, uint16_t componentId)
+{
+    // A lite agent only answers (RFC 5245 2.7): the peer's nomination makes the valid pair.
+    char a[64];
+    Ctrl* ctrl = FindStreamByAddress(inst, localAddr);
+    if (ctrl == nullptr) {
+        Log(inst, ICELIB_logWarning, "media stream not found!:destination:%s", AddrText(localAddr, a));
+        return;
+    }
+    if (!CompareUfragPair(ufragPair, &ctrl->checkList)) {
+        Log(inst, ICELIB_logWarning, "UfragPair mismatch! Received UfragPair was: '%s'", ufragPair ? ufragPair : "");
+        SendResponse(inst, ctrl, uv1, uv2, componentId, localAddr, source, source, 400, id, fromRelay);
+        return;
+    }
+    const ICE_MEDIA_STREAM* localStream = LocalStreamOf(inst, ctrl);
+    const ICE_CANDIDATE* local = FindCandidate(localStream->candidate, localStream->numberOfCandidates, localAddr);
+    ValidList* vl = &ctrl->validList;
+    if (useCandidate && local != nullptr && inst->iceState == ICELIB_RUNNING) {
+        Pair* valid = nullptr;
+        for (uint32_t i = 0; i < vl->numberOfElements && valid == nullptr; ++i) {
+            Pair* v = &vl->pairs[i];
+            if (sockaddr_alike(Sa(v->localCandidate.connectionAddr), localAddr) &&
+                sockaddr_alike(Sa(v->remoteCandidate.connectionAddr), source)) {
+                valid = v;
+            }
+        }
+        if (valid == nullptr && vl->numberOfElements < ICELIB_MAX_PAIRS) {
+            valid = &vl->pairs[vl->numberOfElements++];
+            std::memset(static_cast<void*>(valid), 0, sizeof *valid);
+            valid->pairState = ICELIB_PAIR_SUCCEEDED;
+            valid->pairId = ctrl->checkList.id * 100 + ++vl->nextPairId;
+            valid->localCandidate = *local;
+            ICE_CANDIDATE& r = valid->remoteCandidate;
+            Foundation(r.foundation, ICE_CAND_TYPE_PRFLX, local->transport, sizeof r.foundation);
+            r.componentid = local->componentid;
+            r.priority = peerPriority;
+            sockaddr_copy(Sa(r.connectionAddr), source);
+            r.transport = local->transport;
+            r.type = ICE_CAND_TYPE_PRFLX;
+            ComputePairPriority(inst, valid);
+        }
+        if (valid != nullptr) {
+            valid->nominatedPair = true;
+            NotifyCheckListUpdate(inst, true);
+        }
+    }
+    SendResponse(inst, ctrl, uv1, uv2, componentId, localAddr, source, source, 200, id, fromRelay);
 }
 
 template struct Agent<IcelibQlox>;
