@@ -48,9 +48,11 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
 TEST(ToolTest, CallRunsAndTearsDownCleanly)
 {
     int status = -1;
-    std::string out = RunCommand(std::string(MEDIASESSION_TOOL) + " call 2>&1", &status);
+    std::string out =
+        RunCommand("MEDIASESSION_ALLOWED_ADDRS=127.0.0.1,::1 " + std::string(MEDIASESSION_TOOL) + " call 2>&1", &status);
     EXPECT_EQ(0, status) << out;
-    EXPECT_NE(std::string::npos, out.find("media ready: mid=1 type=1")) << out;
+    EXPECT_NE(std::string::npos, out.find("media ready: mid=1 type=video direction=2")) << out;
+    EXPECT_NE(std::string::npos, out.find("negotiation state: A=3 B=3")) << out;
     EXPECT_NE(std::string::npos, out.find("engine down: call completed")) << out;
 }
 

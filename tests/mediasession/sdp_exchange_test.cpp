@@ -2,6 +2,9 @@
 // application would: what the texts carry, what the records say, and the states on both sides.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -20,15 +23,35 @@ struct Line {
     unsigned long mid;
 };
 
-// Keeps every description the connection hands out.
+// Keeps every description the connection hands out, and counts the tracks it announces.
 struct SdpSink : IZynMediaConnectionSink {
     void OnSDPReady(ZynSdpType type, const char* sdp) override
     {
         types.push_back(type);
         texts.emplace_back(sdp ? sdp : "");
     }
+    void OnMediaReady(unsigned long, ZynDirection direction, ZynSessionType, IZynMediaTrackBase*) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        ++ready[direction & 3];
+        changed.notify_all();
+    }
+    // Waits for that many announcements of the direction, then for the main thread to drain.
+    int WaitReady(ZynDirection direction, int count)
+    {
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            changed.wait_for(lock, std::chrono::seconds(10), [&] { return ready[direction] >= count; });
+        }
+        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+        std::lock_guard<std::mutex> lock(mutex);
+        return ready[direction];
+    }
     std::vector<ZynSdpType> types;
     std::vector<std::string> texts;
+    std::mutex mutex;
+    std::condition_variable changed;
+    int ready[4] = {};
 };
 
 // The o= line's version field.
@@ -130,10 +153,20 @@ TEST_F(SdpExchangeTest, ThreeLinesGiveOneOfferThenAnAnswerThatBothSidesRecord)
         EXPECT_EQ(ZynDirection_SendRecv, answerInfo[i].direction);
     }
 
-    // A new offer of the same call counts the version on from where the last text left it.
+    // One remote track announced per line on each side: audio mixes its six into one.
+    EXPECT_EQ(3, m_sinkA.WaitReady(ZynDirection_Recv, 3));
+    EXPECT_EQ(3, m_sinkB.WaitReady(ZynDirection_Recv, 3));
+
+    // A new exchange of the same call counts the version on and makes no new tracks.
     ASSERT_EQ(ZYN_S_OK, m_a->CreateOffer());
     EXPECT_EQ("1", VersionOf(m_sinkA.texts.back()));
     EXPECT_EQ(3, m_a->GetSDPStatus());
+    ASSERT_EQ(ZYN_S_OK, m_b->SetReceivedSDP(ZynSdpType_Offer, m_sinkA.texts.back().c_str(), nullptr, nullptr));
+    ASSERT_EQ(ZYN_S_OK, m_b->CreateAnswer());
+    EXPECT_EQ("1", VersionOf(m_sinkB.texts.back()));
+    EXPECT_EQ(ZYN_S_OK, m_a->SetReceivedSDP(ZynSdpType_Answer, m_sinkB.texts.back().c_str(), nullptr, nullptr));
+    EXPECT_EQ(3, m_sinkA.WaitReady(ZynDirection_Recv, 3));
+    EXPECT_EQ(3, m_sinkB.WaitReady(ZynDirection_Recv, 3));
 }
 
 TEST_F(SdpExchangeTest, ALineTheAnswererLacksIsRefusedWithPortZeroAndStopped)

@@ -192,8 +192,15 @@ ZynResult CMediaConnection::checkRemoteNegotiated(const sdp::optional_value<sdp:
         std::vector<sdp::crypto> local;
         line->buildSrtpCryptos(local);
         line->setupSrtp(rtp->cryptos, local);
-        // Remote tracks and the connect come with the connectivity work; the line keeps what
-        // was agreed until then.
+        const ZynResult r = line->CreateRemoteZynSession(m_pZynEngine, false);
+        if (!ZYN_SUCCEEDED(r)) {
+            MS_ERROR_TRACE("CMediaConnection::checkRemoteNegotiated -- CreateRemoteZynSession failed, cret="
+                           << r << CONN_TAIL);
+            CM_ASSERT_REPORT("ZYN_SUCCEEDED(cret)");
+            return ZYN_E_FAIL;
+        }
+        // The connect towards the remote address comes with the connectivity work; the line
+        // keeps what was agreed until then.
         (void)isAnswer;
     }
     return ZYN_S_OK;

@@ -153,12 +153,15 @@ ZynResult CMediaConnectionInfo::CreateLocalZynSession(bool notify)
         MS_INFO_TRACE("CMediaConnectionInfo::CreateLocalZynSession, local track=" << static_cast<void*>(track)
                                                                                   << LINE_TAIL);
     }
-    if (notify) {
-        ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
-        ICmEventQueue* queue = main ? main->GetEventQueue() : nullptr;
-        if (queue) queue->PostEvent(new CMediaReadyEvent(m_sink, m_mid, ZynDirection_Send, m_type));
-    }
+    if (notify) PostMediaReady(ZynDirection_Send);
     return ZYN_S_OK;
+}
+
+void CMediaConnectionInfo::PostMediaReady(ZynDirection direction)
+{
+    ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
+    ICmEventQueue* queue = main ? main->GetEventQueue() : nullptr;
+    if (queue && m_sink) queue->PostEvent(new CMediaReadyEvent(m_sink, m_mid, direction, m_type));
 }
 
 void CMediaConnectionInfo::PortRangeOf(ZynSessionType type, uint16_t& minPort, uint16_t& maxPort)
@@ -318,6 +321,7 @@ ZynResult CMediaConnectionInfo::SendRTCPPacket(const uint8_t*, uint32_t) { retur
 void CMediaConnectionInfo::Stop()
 {
     if (m_pLocalTrack) m_pLocalTrack->Stop();
+    for (IZynMediaTrack* track : m_remoteTracks) track->Stop();
     if (m_pZynSession) {
         m_pZynSession->SetTransport(nullptr);
         int32_t ignored = 0;
@@ -340,6 +344,7 @@ void CMediaConnectionInfo::Cleanup()
         m_pLocalTrack->Release();
         m_pLocalTrack = nullptr;
     }
+    ReleaseRemoteTracks();
     if (m_pZynSession) {
         m_pZynSession->SetTransport(nullptr);
         m_pZynSession->Release();

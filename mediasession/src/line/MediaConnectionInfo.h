@@ -43,6 +43,10 @@ public:
     ZynResult CreateLocalZynSession(bool notify);
     void Stop();
     void Cleanup();
+    // Makes the remote tracks once (six on audio, one on audio slide, one per subscribed source
+    // on video and share) and announces them; a renegotiation makes none, a failover re-arms.
+    ZynResult CreateRemoteZynSession(IZynMediaEngineInternal* engine, bool failover);
+    size_t GetRemoteTrackCount() const { return m_remoteTracks.size(); }
 
     // Chooses ports and collects candidates on the network thread, waiting for it; then, once the
     // certificate exists where DTLS needs one, reports onPortSelected to the connection.
@@ -138,6 +142,9 @@ public:
 
 private:
     ZynResult CreateSession();
+    ZynResult CreateRemoteTracks(IZynMediaEngineInternal* engine, ZynTrackKind kind, int count);
+    void PostMediaReady(ZynDirection direction);
+    void ReleaseRemoteTracks();
     ZynResult CreateConnector();
     void OnListenDone();
     ZynTrackKind LocalTrackKind() const;
@@ -156,6 +163,7 @@ private:
     uint32_t m_localCsi = 0;
     IZynMediaSession* m_pZynSession = nullptr;  // one reference
     IZynMediaTrack* m_pLocalTrack = nullptr;    // one reference
+    std::vector<IZynMediaTrack*> m_remoteTracks;  // one reference each, in vid order
     ICmEventQueue* m_eqNetwork = nullptr;
     ACmThread* m_networkThread = nullptr;
     CIceConnectorWrapper m_iceConnector;
