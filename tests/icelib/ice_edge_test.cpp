@@ -23,7 +23,8 @@ protected:
     void AgainstEcho(int streams)
     {
         SimNet<T>& n = *this->net_;
-        n.MakeEcho(1, "echo", "echopassword");
+        n.ep[1].echoOnly = true;
+        std::snprintf(n.ep[1].echoPassword, sizeof n.ep[1].echoPassword, "echopassword");
         for (int s = 0; s < streams; ++s) {
             n.AddStream(0, s);
             char ip[32];
@@ -213,7 +214,7 @@ TYPED_TEST(IceEdge, CheckListForming)
             std::snprintf(ip, sizeof ip, "192.0.2.%d", i + 1);
             n.AddCandidate(0, 0, ip, 5000, 1, static_cast<uint16_t>(65535 - i));
         }
-        if (c.srflxOnHost) n.AddCandidate(0, 0, "203.0.113.9", 7000, 1, 65535, ICE_CAND_TYPE_SRFLX, "192.0.2.1", 5000);
+        if (c.srflxOnHost) n.AddCandidate(0, 0, "203.0.113.9", 7000, 1, 65535, ICE_CAND_TYPE_SRFLX, "192.0.2.1");
         for (int i = 0; i < c.remote; ++i) {
             char ip[32];
             std::snprintf(ip, sizeof ip, "198.51.100.%d", i + 1);

@@ -1,7 +1,6 @@
-// An in-memory network between two endpoints, driven by ICELIB_Tick only: every step ticks both
-// agents, runs the connectors' retransmissions, then delivers every queued packet (and whatever
-// those produce) at once. It can rewrite a source like a NAT, make addresses unreachable, and drop
-// packets through a test's own rule.
+// An in-memory network between two endpoints, driven by ICELIB_Tick only: a step ticks both agents,
+// runs the connectors' retransmissions, then delivers every queued packet (and what those produce)
+// at once. It can rewrite a source like a NAT, make addresses unreachable and drop by a test's rule.
 #pragma once
 
 #include <cstdio>
@@ -17,10 +16,14 @@ struct Packet {
     uint8_t bytes[gatewalk::STUN_MAX_PACKET_SIZE];
     uint32_t length;
     sockaddr_storage source, destination;
+    bool IsRequest() const { return length >= 20 && bytes[0] == 0 && bytes[1] == 1; }
+    StunMsgId Id() const
+    {
+        StunMsgId id;
+        std::memcpy(id.octet, bytes + 8, sizeof id.octet);
+        return id;
+    }
 };
-
-// True drops the packet. `check` is the decoded content if it is a request, else null.
-using DropFn = bool (*)(void* ctx, const Packet& packet, const WireCheck* check);
 
 constexpr int kMaxQueue = 256;
 constexpr int kMaxChecks = 512;
@@ -30,26 +33,19 @@ template <class T>
 struct SimNet {
     Endpoint<T> ep[2];
     Packet queue[kMaxQueue];
-    int head = 0, count = 0;
-    int tick = 0;
-    bool hold = false;  // keep packets queued (nothing is delivered while set)
-
+    int head = 0, count = 0, tick = 0;
+    bool hold = false;  // nothing is delivered while set
     sockaddr_storage addrs[2][kMaxAddrs];  // what each endpoint receives on
     int nAddrs[2] = {0, 0};
-
     bool natOn = false;
-    sockaddr_storage natInside, natOutside;
-    sockaddr_storage unreachable[8];
+    sockaddr_storage natInside, natOutside, unreachable[8];
     int nUnreachable = 0;
-
-    DropFn drop = nullptr;
+    bool (*drop)(void* ctx, const Packet& packet) = nullptr;  // true drops it
     void* dropCtx = nullptr;
     int dropped = 0;
-
-    WireCheck checks[kMaxChecks];
+    WireCheck checks[kMaxChecks];  // every request delivered, in order
     int nChecks = 0;
 
-    // Instances are static in the tests: they are large and must not come from the heap mid-run.
     void Init(typename T::Inst* a, typename T::Inst* b, const typename T::Config& config)
     {
         InitOne(0, a, config);
@@ -77,22 +73,17 @@ struct SimNet {
         gatewalk::sockaddr_copy(Sa(p.destination), destination);
     }
 
-    // ---- set-up ----
     int AddStream(int e, int streamId)
     {
-        return T::AddLocalMediaStream(ep[e].inst, streamId, static_cast<uint32_t>(e), static_cast<uint32_t>(streamId),
-                                      gatewalk::ICE_CAND_TYPE_HOST);
+        return T::AddLocalMediaStream(ep[e].inst, streamId, 0, 0, gatewalk::ICE_CAND_TYPE_HOST);
     }
 
     int AddCandidate(int e, int media, const char* ip, uint16_t port, uint32_t componentId, uint16_t localPref = 65535,
-                     gatewalk::ICE_CANDIDATE_TYPE type = gatewalk::ICE_CAND_TYPE_HOST, const char* baseIp = nullptr,
-                     uint16_t basePort = 0)
+                     gatewalk::ICE_CANDIDATE_TYPE type = gatewalk::ICE_CAND_TYPE_HOST, const char* baseIp = nullptr)
     {
         const sockaddr_storage a = Addr(ip, port);
-        sockaddr_storage base;
-        gatewalk::sockaddr_reset(&base);
-        if (baseIp != nullptr) base = Addr(baseIp, basePort);
-        // Only addresses the endpoint owns receive; a reflexive one reaches it through its base.
+        const sockaddr_storage base = baseIp != nullptr ? Addr(baseIp, port) : sockaddr_storage{};
+        // Only what the endpoint owns receives; a reflexive address reaches it through its base.
         if (type == gatewalk::ICE_CAND_TYPE_HOST || type == gatewalk::ICE_CAND_TYPE_RELAY) addrs[e][nAddrs[e]++] = a;
         return T::AddLocalCandidate(ep[e].inst, static_cast<uint32_t>(media), componentId, Sa(a), Sa(base),
                                     gatewalk::ICE_TRANS_UDP, type, localPref);
@@ -102,44 +93,27 @@ struct SimNet {
     void Exchange()
     {
         for (int e = 0; e < 2; ++e) {
-            Endpoint<T>& from = ep[e];
-            Endpoint<T>& to = ep[1 - e];
-            if (from.echoOnly || to.echoOnly) continue;
             for (uint32_t m = 0; m < T::kMaxMediaLines; ++m) {
-                const gatewalk::ICE_MEDIA_STREAM* s = T::GetLocalMediaStream(from.inst, m);
+                const gatewalk::ICE_MEDIA_STREAM* s = T::GetLocalMediaStream(ep[e].inst, m);
                 if (s == nullptr) break;
-                // A line without candidates still has a default address in its m line.
+                // A line without candidates still has an address in its m line.
                 const sockaddr_storage def =
                     gatewalk::sockaddr_isSet(Sa(s->defaultAddr)) ? s->defaultAddr : Addr("192.0.2.254", 9);
-                const int idx = T::AddRemoteMediaStream(to.inst, s->streamId, s->ufrag, s->passwd, Sa(def));
-                for (uint32_t c = 0; c < s->numberOfCandidates; ++c) AddRemote(1 - e, idx, s->candidate[c]);
+                const int idx = T::AddRemoteMediaStream(ep[1 - e].inst, s->streamId, s->ufrag, s->passwd, Sa(def));
+                for (uint32_t c = 0; c < s->numberOfCandidates; ++c) {
+                    const gatewalk::ICE_CANDIDATE& k = s->candidate[c];
+                    char text[64];
+                    gatewalk::sockaddr_toString(Sa(k.connectionAddr), text, sizeof text, false);
+                    T::AddRemoteCandidate(ep[1 - e].inst, static_cast<uint32_t>(idx), k.foundation, k.componentid,
+                                          k.priority, text, static_cast<uint16_t>(gatewalk::sockaddr_ipPort(Sa(k.connectionAddr))),
+                                          k.transport, k.type);
+                }
             }
         }
     }
 
-    void AddRemote(int e, int media, const gatewalk::ICE_CANDIDATE& c)
-    {
-        char text[64];
-        gatewalk::sockaddr_toString(Sa(c.connectionAddr), text, sizeof text, false);
-        T::AddRemoteCandidate(ep[e].inst, static_cast<uint32_t>(media), c.foundation, c.componentid, c.priority, text,
-                              static_cast<uint16_t>(gatewalk::sockaddr_ipPort(Sa(c.connectionAddr))), c.transport, c.type);
-    }
+    void Start(int e, bool controlling, uint64_t tieBreaker) { ep[e].started = T::Start(ep[e].inst, controlling, tieBreaker); }
 
-    // Endpoint e becomes a bare responder with these credentials; the other side gets them as its
-    // remote stream with the given candidates.
-    void MakeEcho(int e, const char* ufrag, const char* password)
-    {
-        ep[e].echoOnly = true;
-        std::snprintf(ep[e].echoPassword, sizeof ep[e].echoPassword, "%s", password);
-        (void)ufrag;
-    }
-
-    void Start(int e, bool controlling, uint64_t tieBreaker)
-    {
-        ep[e].started = T::Start(ep[e].inst, controlling, tieBreaker);
-    }
-
-    // ---- running ----
     void Step()
     {
         ++tick;
@@ -148,12 +122,7 @@ struct SimNet {
             T::Tick(e.inst);
             e.Retransmit();
         }
-        if (!hold) Pump();
-    }
-
-    void Pump()
-    {
-        for (int guard = 0; count > 0 && guard < 4 * kMaxQueue; ++guard) {
+        for (int guard = 0; !hold && count > 0 && guard < 4 * kMaxQueue; ++guard) {
             Packet& p = queue[head];
             head = (head + 1) % kMaxQueue;
             --count;
@@ -161,82 +130,36 @@ struct SimNet {
         }
     }
 
-    int Owner(const sockaddr* address) const
-    {
-        for (int e = 0; e < 2; ++e) {
-            for (int i = 0; i < nAddrs[e]; ++i) {
-                if (gatewalk::sockaddr_alike(Sa(addrs[e][i]), address)) return e;
-            }
-        }
-        return -1;
-    }
-
     void Deliver(Packet& p)
     {
-        // Unreachable is judged on the address the sender used, before any translation.
+        // Reachability is judged on the address the sender used, before any translation.
         for (int i = 0; i < nUnreachable; ++i) {
-            if (gatewalk::sockaddr_alike(Sa(p.destination), Sa(unreachable[i]))) {
-                ++dropped;
-                return;
-            }
+            if (gatewalk::sockaddr_alike(Sa(p.destination), Sa(unreachable[i]))) return void(++dropped);
         }
-        if (natOn) {
-            if (gatewalk::sockaddr_alike(Sa(p.source), Sa(natInside))) p.source = natOutside;
-            if (gatewalk::sockaddr_alike(Sa(p.destination), Sa(natOutside))) p.destination = natInside;
-        }
-        const int to = Owner(Sa(p.destination));
-        if (to < 0) {
-            ++dropped;
-            return;
-        }
-        const bool isRequest = p.length >= 2 && p.bytes[0] == 0 && p.bytes[1] == 1;
-        if (drop != nullptr) {
-            WireCheck probe{};
-            if (isRequest) Peek(to, p, &probe);
-            if (drop(dropCtx, p, isRequest ? &probe : nullptr)) {
-                ++dropped;
-                return;
-            }
-        }
-        WireCheck* record = isRequest && nChecks < kMaxChecks ? &checks[nChecks++] : nullptr;
-        if (record != nullptr) {
-            std::memset(static_cast<void*>(record), 0, sizeof *record);
-            record->from = p.from;
-        }
-        ep[to].Receive(p.bytes, p.length, Sa(p.source), Sa(p.destination), record);
-    }
-
-    void Peek(int to, const Packet& p, WireCheck* out)
-    {
-        typename T::Msg& m = ep[to].msg;
-        if (!T::Decode(p.bytes, p.length, &m, nullptr, nullptr)) return;
-        out->from = p.from;
-        out->id = m.msgHdr.id;
-        out->useCandidate = m.hasUseCandidate;
-        out->priority = m.priority;
-        out->tick = tick;
-    }
-
-    // For a failing test: what both agents said.
-    void PrintLogs() const
-    {
+        if (natOn && gatewalk::sockaddr_alike(Sa(p.source), Sa(natInside))) p.source = natOutside;
+        if (natOn && gatewalk::sockaddr_alike(Sa(p.destination), Sa(natOutside))) p.destination = natInside;
+        int to = -1;
         for (int e = 0; e < 2; ++e) {
-            for (int i = 0; i < ep[e].logCount && i < kMaxLog; ++i) std::printf("[%c] %s\n", 'A' + e, ep[e].logs[i]);
+            for (int i = 0; i < nAddrs[e]; ++i) {
+                if (gatewalk::sockaddr_alike(Sa(addrs[e][i]), Sa(p.destination))) to = e;
+            }
         }
+        if (to < 0 || (drop != nullptr && drop(dropCtx, p))) return void(++dropped);
+        WireCheck* seen = p.IsRequest() && nChecks < kMaxChecks ? &checks[nChecks++] : nullptr;
+        if (seen != nullptr) seen->from = p.from;
+        ep[to].Receive(p.bytes, p.length, Sa(p.source), Sa(p.destination), seen);
     }
 
-    bool BothComplete() const { return ep[0].completeCalls > 0 && ep[1].completeCalls > 0; }
-
-    // Steps until both sides told their end (or one side, with a bare responder), at most maxSteps.
+    // Steps until both ends told their end (a bare responder never does), at most maxSteps.
     bool Run(int maxSteps)
     {
         for (int i = 0; i < maxSteps; ++i) {
             Step();
-            const bool a = ep[0].echoOnly || ep[0].completeCalls > 0;
-            const bool b = ep[1].echoOnly || ep[1].completeCalls > 0;
-            if (a && b) return true;
+            if ((ep[0].echoOnly || ep[0].completeCalls > 0) && (ep[1].echoOnly || ep[1].completeCalls > 0)) return true;
         }
-        if (std::getenv("ICE_TEST_LOGS") != nullptr) PrintLogs();
+        for (int e = 0; std::getenv("ICE_TEST_LOGS") != nullptr && e < 2; ++e) {
+            for (int i = 0; i < ep[e].logCount; ++i) std::printf("[%c] %s\n", 'A' + e, ep[e].logs[i]);
+        }
         return false;
     }
 };
