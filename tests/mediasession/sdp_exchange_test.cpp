@@ -27,8 +27,16 @@ struct Line {
 struct SdpSink : IZynMediaConnectionSink {
     void OnSDPReady(ZynSdpType type, const char* sdp) override
     {
+        std::lock_guard<std::mutex> lock(mutex);
         types.push_back(type);
         texts.emplace_back(sdp ? sdp : "");
+        changed.notify_all();
+    }
+    // A line waiting for the certificate sends its description from the main thread, later.
+    bool WaitSdp(size_t count)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, std::chrono::seconds(20), [&] { return texts.size() >= count; });
     }
     void OnMediaReady(unsigned long, ZynDirection direction, ZynSessionType, IZynMediaTrackBase*) override
     {
@@ -241,6 +249,30 @@ TEST_F(SdpExchangeTest, SecretsAreMaskedInTracesUnlessInsecureLogsAreOn)
         }
         c->Stop();
         c->Release();
+    }
+}
+
+TEST_F(SdpExchangeTest, WithDtlsTheOfferCarriesTheFingerprintAndNoKeys)
+{
+    for (IZynMediaConnection* c : {m_a, m_b}) {
+        ASSERT_EQ(ZYN_S_OK, c->GetGlobalConfig()->EnableSRTP(true));
+        ASSERT_EQ(ZYN_S_OK, c->GetGlobalConfig()->EnableDtlsSRTP(true));
+    }
+    Add(m_a, {{ZynSessionType_Audio, 0}, {ZynSessionType_Video, 1}});
+    ASSERT_EQ(ZYN_S_OK, m_a->CreateOffer());
+    ASSERT_TRUE(m_sinkA.WaitSdp(1));
+    EXPECT_EQ(1u, m_sinkA.texts.size());
+    const sdp::session_group offer = Parse(m_sinkA.texts[0]);
+    ASSERT_EQ(2u, offer.sessions.size());
+    for (const sdp::session& s : offer.sessions) {
+        const sdp::rtp_session& rtp = s.rtp.get_data();
+        EXPECT_EQ("RTP/SAVPF", rtp.transport_protocol);
+        EXPECT_TRUE(rtp.cryptos.empty());
+        ASSERT_TRUE(rtp.dtls.is_set());
+        EXPECT_EQ(sdp::dtls_setup_actpass, rtp.dtls.get_data().role);
+        ASSERT_EQ(1u, rtp.dtls.get_data().fingerprints.size());
+        EXPECT_EQ("sha-1", rtp.dtls.get_data().fingerprints[0].hash);
+        EXPECT_EQ(59u, rtp.dtls.get_data().fingerprints[0].value.size());  // 20 bytes as XX:XX:...
     }
 }
 
