@@ -37,6 +37,13 @@ protected:
         return c;
     }
 
+    // A remote candidate for A, UDP host unless said otherwise.
+    int Remote(uint32_t media, const char* ip, uint16_t port, uint32_t comp = 1, const char* foundation = "1",
+               gatewalk::ICE_TRANSPORT transport = gatewalk::ICE_TRANS_UDP)
+    {
+        return T::AddRemoteCandidate(a_, media, foundation, comp, 100, ip, port, transport, gatewalk::ICE_CAND_TYPE_HOST);
+    }
+
     // One stream (id 0) with one RTP host candidate each side.
     void HostPair()
     {
