@@ -116,7 +116,7 @@ template <class P>
 void Agent<P>::PasswordUpdate(Inst* inst)
 {
     if (inst->callbacks.passwordUpdate == nullptr) return;
-    for (uint32_t i = 0; i < inst->localIceMedia.numberOfICEMediaLines; ++i) {
+    for (uint32_t i = 0; i < Lines(inst->localIceMedia); ++i) {
         const ICE_MEDIA_STREAM& s = inst->localIceMedia.mediaStream[i];
         inst->callbacks.passwordUpdate(inst->callbacks.passwordUpdateUserData, s.userValue1, s.userValue2, s.passwd);
     }
@@ -125,7 +125,7 @@ void Agent<P>::PasswordUpdate(Inst* inst)
 template <class P>
 bool Agent<P>::IsRestart(Inst* inst, uint32_t mediaIdx, const char* ufrag, const char* passwd)
 {
-    if (mediaIdx >= inst->remoteIceMedia.numberOfICEMediaLines ||
+    if (mediaIdx >= Lines(inst->remoteIceMedia) ||
         inst->remoteIceMedia.mediaStream[mediaIdx].ufrag[0] == '\0') {
         Log(inst, ICELIB_logDebug, "<ICELIB> Checking invalid medialine\n");
         return false;

@@ -77,9 +77,9 @@ void Agent<P>::FormPairs(Inst* inst, CheckList* list, const ICE_MEDIA_STREAM* lo
                          uint32_t maxPairs)
 {
     uint32_t n = 0;
-    for (uint32_t l = 0; l < local->numberOfCandidates && n < maxPairs; ++l) {
+    for (uint32_t l = 0; l < Count(local) && n < maxPairs; ++l) {
         const ICE_CANDIDATE& lc = local->candidate[l];
-        for (uint32_t r = 0; r < remote->numberOfCandidates && n < maxPairs; ++r) {
+        for (uint32_t r = 0; r < Count(remote) && n < maxPairs; ++r) {
             const ICE_CANDIDATE& rc = remote->candidate[r];
             if (lc.componentid != rc.componentid || !TransportsFit(lc.transport, rc.transport)) continue;
             if (lc.connectionAddr.ss_family != rc.connectionAddr.ss_family) continue;
@@ -185,14 +185,14 @@ bool Agent<P>::MakeCheckList(Inst* inst, Ctrl* ctrl, const ICE_MEDIA_STREAM* loc
 
     const ICE_CANDIDATE* base1 = nullptr;
     const ICE_CANDIDATE* base2 = nullptr;
-    for (uint32_t i = 0; i < local->numberOfCandidates; ++i) {
+    for (uint32_t i = 0; i < Count(local); ++i) {
         const ICE_CANDIDATE& c = local->candidate[i];
         if (c.type != ICE_CAND_TYPE_HOST) continue;
         if (c.componentid == ICELIB_RTP_COMPONENT_ID) base1 = &c;
         if (c.componentid == ICELIB_RTCP_COMPONENT_ID) base2 = &c;
     }
     bool anyHost = false;
-    for (uint32_t i = 0; i < local->numberOfCandidates; ++i) anyHost |= local->candidate[i].type == ICE_CAND_TYPE_HOST;
+    for (uint32_t i = 0; i < Count(local); ++i) anyHost |= local->candidate[i].type == ICE_CAND_TYPE_HOST;
     if (!anyHost) {
         Log(inst, ICELIB_logError, "No host candidate to base reflexive candidates on. Checklist failed\n");
         list->checkListState = ICELIB_CHECKLIST_FAILED;
@@ -221,11 +221,11 @@ void Agent<P>::MakeAllCheckLists(Inst* inst)
 {
     inst->numberOfMediaStreams = 0;
     bool first = true;
-    for (uint32_t i = 0; i < inst->localIceMedia.numberOfICEMediaLines && i < kLines; ++i) {
+    for (uint32_t i = 0; i < Lines(inst->localIceMedia); ++i) {
         const ICE_MEDIA_STREAM* local = &inst->localIceMedia.mediaStream[i];
         if (local->streamId < 0) continue;
         const ICE_MEDIA_STREAM* remote = nullptr;
-        for (uint32_t r = 0; r < inst->remoteIceMedia.numberOfICEMediaLines && r < kLines; ++r) {
+        for (uint32_t r = 0; r < Lines(inst->remoteIceMedia); ++r) {
             if (inst->remoteIceMedia.mediaStream[r].streamId == local->streamId) {
                 remote = &inst->remoteIceMedia.mediaStream[r];
                 break;

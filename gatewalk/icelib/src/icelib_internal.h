@@ -50,6 +50,16 @@ inline struct sockaddr* Sa(struct sockaddr_storage& s) { return reinterpret_cast
 // Copies at most size - 1 bytes and terminates; a null source gives an empty text.
 void CopyText(char* dst, const char* src, unsigned int size);
 bool IsTcp(ICE_TRANSPORT transport);
+// The tables are the owner's to write too: every walk is bounded by the table's size as well.
+inline uint32_t Count(const ICE_MEDIA_STREAM* s)
+{
+    return s->numberOfCandidates < ICE_MAX_CANDIDATES ? s->numberOfCandidates : ICE_MAX_CANDIDATES;
+}
+template <unsigned int N>
+inline uint32_t Lines(const IceMedia<N>& media)
+{
+    return media.numberOfICEMediaLines < N ? media.numberOfICEMediaLines : N;
+}
 void LongToIcechar(uint64_t data, char* b64, uint32_t maxLength);
 uint64_t RandomU64();
 const char* PairStateName(ICELIB_PAIR_STATE state);

@@ -15,7 +15,7 @@ void Agent<P>::DoKeepAlive(Inst* inst)
         Log(inst, ICELIB_logWarning, "Should send keep alive, but no callback is set");
         return;
     }
-    for (uint32_t i = 0; i < inst->localIceMedia.numberOfICEMediaLines && i < kLines; ++i) {
+    for (uint32_t i = 0; i < Lines(inst->localIceMedia); ++i) {
         const ICE_MEDIA_STREAM& s = inst->localIceMedia.mediaStream[i];
         Log(inst, ICELIB_logDebug, "Sending KeepAlive");
         inst->callbacks.keepAlive(inst->callbacks.keepAliveUserData, s.userValue1, s.userValue2, i);

@@ -81,14 +81,14 @@ int32_t Agent<P>::AddRemoteMediaStream(Inst* inst, int32_t streamId, const char*
 template <class P>
 int32_t Agent<P>::RemoveMediaStream(Inst* inst, IceMedia<kLines>* media, uint32_t mediaIdx)
 {
-    if (mediaIdx >= media->numberOfICEMediaLines) {
+    if (mediaIdx >= Lines(*media)) {
         Log(inst, ICELIB_logError, "Failed to remove media stream %u: no such medialine", mediaIdx);
         return -1;
     }
-    for (uint32_t i = mediaIdx; i + 1 < media->numberOfICEMediaLines; ++i) {
+    for (uint32_t i = mediaIdx; i + 1 < Lines(*media); ++i) {
         media->mediaStream[i] = media->mediaStream[i + 1];
     }
-    --media->numberOfICEMediaLines;
+    media->numberOfICEMediaLines = Lines(*media) - 1;
     std::memset(static_cast<void*>(&media->mediaStream[media->numberOfICEMediaLines]), 0, sizeof(ICE_MEDIA_STREAM));
     return 0;
 }
@@ -98,7 +98,7 @@ int32_t Agent<P>::AddLocalCandidate(Inst* inst, uint32_t mediaIdx, uint32_t comp
                                     const struct sockaddr* connectionAddr, const struct sockaddr* relAddr,
                                     ICE_TRANSPORT transport, ICE_CANDIDATE_TYPE type, uint16_t localPref)
 {
-    if (mediaIdx >= inst->localIceMedia.numberOfICEMediaLines) {
+    if (mediaIdx >= Lines(inst->localIceMedia)) {
         Log(inst, ICELIB_logError, "Failed to add local candidate. mediaIdx(%d) >= numberOfICEMediaLines(%d)",
             static_cast<int>(mediaIdx), static_cast<int>(inst->localIceMedia.numberOfICEMediaLines));
         return -1;
@@ -140,7 +140,7 @@ int32_t Agent<P>::AddRemoteCandidate(Inst* inst, uint32_t mediaIdx, const char* 
                                      uint32_t priority, const char* connectionAddr, uint16_t port,
                                      ICE_TRANSPORT transport, ICE_CANDIDATE_TYPE type)
 {
-    if (mediaIdx >= inst->remoteIceMedia.numberOfICEMediaLines) {
+    if (mediaIdx >= Lines(inst->remoteIceMedia)) {
         Log(inst, ICELIB_logError, "Failed to add remote candidate. Wrong media idx (%d),medialines number:%d",
             static_cast<int>(mediaIdx), static_cast<int>(inst->remoteIceMedia.numberOfICEMediaLines));
         return -1;
@@ -163,7 +163,7 @@ int32_t Agent<P>::AddRemoteCandidate(Inst* inst, uint32_t mediaIdx, const char* 
         Log(inst, ICELIB_logWarning, "add an enpty or invalid remote candidate");
         return -1;
     }
-    for (uint32_t i = 0; i < s->numberOfCandidates; ++i) {
+    for (uint32_t i = 0; i < Count(s); ++i) {
         const ICE_CANDIDATE& o = s->candidate[i];
         if (o.componentid == componentId && o.transport == transport && sockaddr_alike(Sa(o.connectionAddr), Sa(address))) {
             Log(inst, ICELIB_logWarning, "add redundant remote candidates");
@@ -186,10 +186,10 @@ int32_t Agent<P>::AddRemoteCandidate(Inst* inst, uint32_t mediaIdx, const char* 
 template <class P>
 void Agent<P>::UpdateDefaultCandidate(Inst* inst, uint32_t mediaIdx, ICE_CANDIDATE_TYPE type)
 {
-    if (mediaIdx >= inst->localIceMedia.numberOfICEMediaLines) return;
+    if (mediaIdx >= Lines(inst->localIceMedia)) return;
     ICE_MEDIA_STREAM* s = &inst->localIceMedia.mediaStream[mediaIdx];
     s->defaultCandType = type;
-    for (uint32_t i = 0; i < s->numberOfCandidates; ++i) {
+    for (uint32_t i = 0; i < Count(s); ++i) {
         const ICE_CANDIDATE& c = s->candidate[i];
         if (c.componentid == ICELIB_RTP_COMPONENT_ID && c.type == type) {
             s->defaultAddr = c.connectionAddr;
@@ -228,7 +228,7 @@ void Agent<P>::EliminateRedundantCandidates(ICE_MEDIA_STREAM* s)
 template <class P>
 void Agent<P>::EliminateAllRedundant(Inst* inst)
 {
-    for (uint32_t i = 0; i < inst->localIceMedia.numberOfICEMediaLines; ++i) {
+    for (uint32_t i = 0; i < Lines(inst->localIceMedia); ++i) {
         EliminateRedundantCandidates(&inst->localIceMedia.mediaStream[i]);
     }
 }
@@ -237,7 +237,7 @@ template <class P>
 bool Agent<P>::VerifyIceSupport(const Inst* inst, const IceMedia<kLines>& media, bool local, bool quiet)
 {
     uint32_t enabled = 0;
-    for (uint32_t i = 0; i < media.numberOfICEMediaLines && i < kLines; ++i) {
+    for (uint32_t i = 0; i < Lines(media); ++i) {
         const ICE_MEDIA_STREAM& s = media.mediaStream[i];
         if (s.numberOfCandidates == 0) {
             if (!quiet) {
@@ -251,7 +251,7 @@ bool Agent<P>::VerifyIceSupport(const Inst* inst, const IceMedia<kLines>& media,
         // ICELIB_addLocalCandidate); only a default that was set and lost is mangling.
         if (local && !sockaddr_isSet(Sa(s.defaultAddr))) continue;
         bool found = false;
-        for (uint32_t c = 0; c < s.numberOfCandidates && !found; ++c) {
+        for (uint32_t c = 0; c < Count(&s) && !found; ++c) {
             found = sockaddr_alike(Sa(s.candidate[c].connectionAddr), Sa(s.defaultAddr));
         }
         if (!found) return false;
@@ -264,7 +264,7 @@ const ICE_MEDIA_STREAM* Agent<P>::RemoteStreamOf(const Inst* inst, const Ctrl* c
 {
     const ICE_MEDIA_STREAM* local = LocalStreamOf(inst, ctrl);
     if (local == nullptr) return nullptr;
-    for (uint32_t i = 0; i < inst->remoteIceMedia.numberOfICEMediaLines && i < kLines; ++i) {
+    for (uint32_t i = 0; i < Lines(inst->remoteIceMedia); ++i) {
         if (inst->remoteIceMedia.mediaStream[i].streamId == local->streamId) return &inst->remoteIceMedia.mediaStream[i];
     }
     return nullptr;
@@ -273,7 +273,7 @@ const ICE_MEDIA_STREAM* Agent<P>::RemoteStreamOf(const Inst* inst, const Ctrl* c
 template <class P>
 const ICE_MEDIA_STREAM* Agent<P>::LocalStreamOf(const Inst* inst, const Ctrl* ctrl)
 {
-    if (ctrl->mediaId >= inst->localIceMedia.numberOfICEMediaLines || ctrl->mediaId >= kLines) return nullptr;
+    if (ctrl->mediaId >= Lines(inst->localIceMedia)) return nullptr;
     return &inst->localIceMedia.mediaStream[ctrl->mediaId];
 }
 

@@ -74,7 +74,7 @@ void Agent<P>::IncomingRequest(Inst* inst, uint32_t uv1, uint32_t uv2, const cha
             // An active TCP end's port is the system's choice: match its address only.
             for (uint32_t i = 0; i < inst->numberOfMediaStreams && ctrl == nullptr; ++i) {
                 const ICE_MEDIA_STREAM* local = LocalStreamOf(inst, &inst->streamControllers[i]);
-                for (uint32_t c = 0; local != nullptr && c < local->numberOfCandidates; ++c) {
+                for (uint32_t c = 0; local != nullptr && c < Count(local); ++c) {
                     const ICE_CANDIDATE& cand = local->candidate[c];
                     if (IsTcp(cand.transport) && sockaddr_sameAddr(Sa(cand.connectionAddr), localAddr)) {
                         ctrl = &inst->streamControllers[i];
