@@ -6,9 +6,12 @@
 #include <condition_variable>
 #include <mutex>
 #include <sstream>
+#include <tuple>
 #include <string>
 #include <vector>
 
+#include "connection/MediaConnection.h"
+#include "line/MediaConnectionInfo.h"
 #include "mediasession/ZynMediaConfig.h"
 #include "mediasession/ZynMediaConnection.h"
 #include "sdp/session_group.h"
@@ -303,6 +306,73 @@ TEST_F(SdpExchangeTest, GuardedSettingsWaitForTheRenegotiation)
     const sdp::rtp_session& rtp = renewed.sessions.at(0).rtp.get_data();
     EXPECT_TRUE(rtp.ice.is_set());
     EXPECT_EQ(64000u, rtp.get_bandwidth().get_data());
+}
+
+// What each side enables decides what the offerer sets up from the answer; a hybrid declaration
+// the answer cannot back with both RTX and FEC sets up neither and is reported.
+TEST(SdpResilienceTest, WhatTheAnswerAgreesIsSetUp)
+{
+    struct Row {
+        const char* name;
+        bool rtxA, fecA, rtxB, fecB;
+        bool dropFecFromAnswer;  // the answer declares hybrid resilience without its FEC payload
+        bool rtx, fec, hybrid, complaint;
+    };
+    const Row rows[] = {
+        {"nothing", false, false, false, false, false, false, false, false, false},
+        {"retransmission", true, false, true, false, false, true, false, false, false},
+        {"forward error correction", false, true, false, true, false, false, true, false, false},
+        {"both: hybrid", true, true, true, true, false, true, true, true, false},
+        {"answerer without FEC", true, true, true, false, false, true, false, false, false},
+        {"hybrid declared without FEC", true, true, true, true, true, false, false, false, true},
+    };
+    mstest::EngineScope engine;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        IZynMediaConnection* a = nullptr;
+        IZynMediaConnection* b = nullptr;
+        ASSERT_EQ(ZYN_S_OK, CreateMediaConnection(&a, 0));
+        ASSERT_EQ(ZYN_S_OK, CreateMediaConnection(&b, 0));
+        SdpSink sinkA, sinkB;
+        a->SetSink(&sinkA);
+        b->SetSink(&sinkB);
+        for (auto [c, rtx, fec] : {std::tuple{a, row.rtxA, row.fecA}, std::tuple{b, row.rtxB, row.fecB}}) {
+            ASSERT_EQ(ZYN_S_OK, c->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, 0, nullptr));
+            ASSERT_EQ(ZYN_S_OK, c->GetVideoConfig(0)->EnableRtx(rtx));
+            ASSERT_EQ(ZYN_S_OK, c->GetVideoConfig(0)->EnableFec(fec));
+        }
+        ASSERT_EQ(ZYN_S_OK, a->CreateOffer());
+        ASSERT_EQ(ZYN_S_OK, b->SetReceivedSDP(ZynSdpType_Offer, sinkA.texts.at(0).c_str(), nullptr, nullptr));
+        ASSERT_EQ(ZYN_S_OK, b->CreateAnswer());
+        std::string answer = sinkB.texts.at(0);
+        if (row.dropFecFromAnswer) {
+            const sdp::session_group g = Parse(answer);
+            for (const sdp::codec& c : g.sessions.at(0).rtp.get_data().codecs) {
+                if (c.get_type() != sdp::codec_x_ulpfecuc) continue;
+                const std::string pt = std::to_string(c.payload_type);
+                for (const std::string& prefix : {"a=rtpmap:" + pt + " ", "a=fmtp:" + pt + " "}) {
+                    const size_t at = answer.find(prefix);
+                    if (at != std::string::npos) answer.erase(at, answer.find("\r\n", at) + 2 - at);
+                }
+                const size_t m = answer.find("m=video");
+                const size_t end = answer.find("\r\n", m);
+                const size_t inM = answer.find(" " + pt, m);
+                if (inM < end) answer.erase(inM, pt.size() + 1);
+            }
+        }
+        mstest::TraceCapture traces;
+        EXPECT_EQ(ZYN_S_OK, a->SetReceivedSDP(ZynSdpType_Answer, answer.c_str(), nullptr, nullptr));
+        zyn::CMediaConnectionInfo* line = static_cast<zyn::CMediaConnection*>(a)->FindConnection(0ul);
+        ASSERT_NE(nullptr, line);
+        EXPECT_EQ(row.rtx, line->IsRtxSetup());
+        EXPECT_EQ(row.fec, line->IsFecSetup());
+        EXPECT_EQ(row.hybrid, line->IsHybridSetup());
+        EXPECT_EQ(row.complaint, traces.Contains("Not expect hybrid resilience declared but not support RTX and FEC"));
+        for (IZynMediaConnection* c : {a, b}) {
+            c->Stop();
+            c->Release();
+        }
+    }
 }
 
 }  // namespace

@@ -189,6 +189,7 @@ ZynResult CMediaConnection::checkRemoteNegotiated(const sdp::optional_value<sdp:
         line->setupExtMap(rtp->ext_maps, false);
         line->setupBandwidth(rtp->get_bandwidth());
         line->setupMultiCaps(rtp->cmulti);
+        line->setupResilience(*rtp);
         std::vector<sdp::crypto> local;
         line->buildSrtpCryptos(local);
         line->setupSrtp(rtp->cryptos, local);

@@ -296,6 +296,8 @@ void CMediaConnection::buildSdpSession(CMediaConnectionInfo* line)
     rtp.direction = ConvZynDirection(line->GetDirection());
     rtp.rtcp_mux = m_globalConfig.IsRTCPMuxEnabled();
     if (config.GetMaxBandwidth() != 0) rtp.set_bandwidth(config.GetMaxBandwidth());
+    if (config.IsHybridResilienceEnabled())
+        rtp.sobe_hybrid_resilience = sdp::sobe_hybrid_resilience(std::vector<std::string>{"1"}, 1);
     rtp.mid = std::to_string(line->GetMid());
     m_pLocalSessionGroup->add_session(sdp::session(std::move(rtp)));
 }

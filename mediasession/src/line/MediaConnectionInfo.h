@@ -17,6 +17,7 @@
 #include "sdp/crypto.h"
 #include "sdp/ice.h"
 #include "sdp/multistream.h"
+#include "sdp/rtp_session.h"
 #include "sdp/rtp_attributes.h"
 #include "mediasession/ZynDefines.h"
 #include "tp/CmEvent.h"
@@ -120,6 +121,16 @@ public:
     void setupBandwidth(const sdp::optional_value<unsigned>& bitsPerSecond);
     void setupMultiCaps(const sdp::optional_value<sdp::cmulti_caps>& remote);
     void setupSrtp(const std::vector<sdp::crypto>& remote, const std::vector<sdp::crypto>& local);
+    // Resilience the remote end agreed; each check reads the negotiated remote section.
+    bool checkSobeFec(const sdp::rtp_session& remote);
+    void setupSobeFec(bool negotiated);
+    bool checkSobeRtx(const sdp::rtp_session& remote);
+    void setupSobeRtx();
+    void setupSobeHybridResilience();
+    void setupResilience(const sdp::rtp_session& remote);
+    bool IsFecSetup() const { return m_bFecSetup; }
+    bool IsRtxSetup() const { return m_bRtxSetup; }
+    bool IsHybridSetup() const { return m_bHybridSetup; }
     const std::vector<sdp::codec>& GetEncodeCodecs() const { return m_encodeCodecs; }
     const std::vector<sdp::codec>& GetDecodeCodecs() const { return m_decodeCodecs; }
     uint32_t GetSendBandwidth() const { return m_sendBandwidth; }
@@ -190,6 +201,11 @@ private:
     std::vector<sdp::ext_map> m_extMaps[2];  // [0] remote, [1] local
     sdp::optional_value<sdp::cmulti_caps> m_remoteMultiCaps;
     uint32_t m_sendBandwidth = 0;
+    uint8_t m_remoteFecPayload = 0;
+    ZynSobeRtxInfo m_rtxInfo{};
+    bool m_bFecSetup = false;
+    bool m_bRtxSetup = false;
+    bool m_bHybridSetup = false;
     static std::mutex s_dtlsMutex;
     static CCmString m_pDtlsCert;
     static CCmString m_pDtlsPriKey;
