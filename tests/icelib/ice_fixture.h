@@ -26,16 +26,7 @@ protected:
         std::free(a_);
         std::free(b_);
     }
-    static typename T::Config Config(uint32_t timeoutMs = 0)
-    {
-        typename T::Config c{};
-        c.tickIntervalMS = 10;
-        c.keepAliveIntervalS = 1;
-        c.maxCheckListPairs = 80;  // the connector's value; the agent caps it
-        c.logLevel = gatewalk::ICELIB_logAll;
-        if constexpr (T::kZyn) c.iceTimeoutMS = timeoutMs;
-        return c;
-    }
+    static typename T::Config Config(uint32_t timeoutMs = 0) { return DefaultConfig<T>(timeoutMs); }
 
     // A remote candidate for A, UDP host unless said otherwise.
     int Remote(uint32_t media, const char* ip, uint16_t port, uint32_t comp = 1, const char* foundation = "1",

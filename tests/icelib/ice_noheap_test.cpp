@@ -57,13 +57,8 @@ struct Storage {
 template <class T>
 bool NatRun(int round)
 {
-    typename T::Config config{};
-    config.tickIntervalMS = 10;
-    config.keepAliveIntervalS = 1;
-    config.maxCheckListPairs = 80;
-    config.logLevel = gatewalk::ICELIB_logAll;
     SimNet<T>& n = Storage<T>::nets[round];
-    n.Init(&Storage<T>::insts[2 * round], &Storage<T>::insts[2 * round + 1], config);
+    n.Init(&Storage<T>::insts[2 * round], &Storage<T>::insts[2 * round + 1], DefaultConfig<T>());
     for (int e = 0; e < 2; ++e) {
         n.AddStream(e, 0);
         n.AddCandidate(e, 0, e == 0 ? "192.0.2.1" : "198.51.100.1", 5000, 1);

@@ -73,11 +73,7 @@ TYPED_TEST(IceUdp, TwoAgentsConcludeOnTheSamePairOverLoopback)
         auto* a = static_cast<typename T::Inst*>(std::calloc(1, sizeof(typename T::Inst)));
         auto* b = static_cast<typename T::Inst*>(std::calloc(1, sizeof(typename T::Inst)));
         auto net = std::make_unique<UdpNet<T>>();
-        typename T::Config config{};
-        config.tickIntervalMS = 10;
-        config.keepAliveIntervalS = 1;
-        config.maxCheckListPairs = 80;
-        config.logLevel = gatewalk::ICELIB_logAll;
+        const typename T::Config config = DefaultConfig<T>();
         typename T::Inst* insts[2] = {a, b};
         for (int e = 0; e < 2; ++e) {
             ASSERT_TRUE(net->Open(e, ip));

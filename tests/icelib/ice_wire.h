@@ -28,6 +28,19 @@ inline sockaddr_storage Addr(const char* ip, uint16_t port)
     return a;
 }
 
+// What the connector passes: 10 ms ticks, 1 s keep-alive, 80 pairs (capped by the agent).
+template <class T>
+typename T::Config DefaultConfig(uint32_t timeoutMs = 0)
+{
+    typename T::Config c{};
+    c.tickIntervalMS = 10;
+    c.keepAliveIntervalS = 1;
+    c.maxCheckListPairs = 80;
+    c.logLevel = gatewalk::ICELIB_logAll;
+    if constexpr (T::kZyn) c.iceTimeoutMS = timeoutMs;
+    return c;
+}
+
 // A check as its receiver decoded it.
 struct WireCheck {
     int from;  // endpoint index of the sender
