@@ -58,11 +58,7 @@ int CMediaConnectionInfo::ThreadTypeOf(ZynSessionType type)
 
 bool CMediaConnectionInfo::IsSipCall() const
 {
-    if (!m_sink) {
-        CM_ASSERT_REPORT("m_sink");
-        return false;
-    }
-    return m_sink->IsSipCall();
+    return FromSink([](CMediaConnection& c) { return c.IsSipCall(); });
 }
 
 ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionType type, unsigned long mid)

@@ -24,6 +24,7 @@
 #include "tp/CmString.h"
 #include "tp/CmThread.h"
 #include "tp/CmTimerWrapperID.h"
+#include "util/CmTrace.h"
 #include "zyn/ZynEngineApi.h"
 
 namespace zyn {
@@ -152,6 +153,16 @@ public:
     static int ThreadTypeOf(ZynSessionType type);
 
 private:
+    // A question the connection answers; after Cleanup every feature reads as off.
+    template <class Query>
+    bool FromSink(Query query) const
+    {
+        if (!m_sink) {
+            CM_ASSERT_REPORT("m_sink");
+            return false;
+        }
+        return query(*m_sink);
+    }
     ZynResult CreateSession();
     ZynResult CreateRemoteTracks(IZynMediaEngineInternal* engine, ZynTrackKind kind, int count);
     void PostMediaReady(ZynDirection direction);

@@ -53,29 +53,17 @@ CBaseConfig& CMediaConnectionInfo::GetConfig()
 
 bool CMediaConnectionInfo::IsDtlsInUse() const
 {
-    if (!m_sink) {
-        CM_ASSERT_REPORT("m_sink");
-        return false;
-    }
-    return m_sink->IsDtlsSRTPEnabled();
+    return FromSink([](CMediaConnection& c) { return c.IsDtlsSRTPEnabled(); });
 }
 
 bool CMediaConnectionInfo::IsSRTPEnabled() const
 {
-    if (!m_sink) {
-        CM_ASSERT_REPORT("m_sink");
-        return false;
-    }
-    return m_sink->GetGlobalConfigImpl().IsSRTPEnabled();
+    return FromSink([](CMediaConnection& c) { return c.GetGlobalConfigImpl().IsSRTPEnabled(); });
 }
 
 bool CMediaConnectionInfo::IsMultiStreamEnabled() const
 {
-    if (!m_sink) {
-        CM_ASSERT_REPORT("m_sink");
-        return false;
-    }
-    return m_sink->GetGlobalConfigImpl().IsMultiStreamEnabled();
+    return FromSink([](CMediaConnection& c) { return c.GetGlobalConfigImpl().IsMultiStreamEnabled(); });
 }
 
 void CMediaConnectionInfo::buildSrtpCryptos(std::vector<sdp::crypto>& out)
