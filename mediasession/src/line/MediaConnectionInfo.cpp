@@ -117,6 +117,14 @@ ZynResult CMediaConnectionInfo::CreateSession()
     const std::string& id = GetIdentityTag();
     r = m_pZynSession->SetOption(14, id.c_str(), static_cast<uint32_t>(id.size()));
     if (!ZYN_SUCCEEDED(r)) return fail("CMCIInit_SetOp", r);
+    // Connection-wide sending habits; an engine that lacks one still runs the line.
+    CGlobalConfig& global = m_sink->GetGlobalConfigImpl();
+    const uint8_t sendCsrc = global.IsSendingCSRCEnabled() ? 1 : 0;
+    const uint8_t rtxLongDelay = 0;
+    const uint8_t rollback = global.IsBandwidthRollbackEnabled() ? 1 : 0;
+    (void)m_pZynSession->SetOption(2005, &sendCsrc, 1);
+    (void)m_pZynSession->SetOption(2007, &rtxLongDelay, 1);
+    (void)m_pZynSession->SetOption(2009, &rollback, 1);
     return ZYN_S_OK;
 }
 
