@@ -33,6 +33,9 @@ std::string_view checked_line_value(std::string_view raw, line_type expected)
     if (found != expected)
         throw std::invalid_argument(cat("found invalid line type ", line_type_name(found), " expected ",
                                         line_type_name(expected), "\n", raw));
+    // SDP is text: a NUL could only be read, never printed back as the same value.
+    if (value.find('\0') != std::string_view::npos)
+        throw std::invalid_argument(cat("NUL character in ", line_type_name(expected), " line"));
     return value;
 }
 

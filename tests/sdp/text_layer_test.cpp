@@ -128,6 +128,8 @@ TEST(Lines, CreateChecksTypeAndCounts)
          "found invalid media description value, expected >= 3 ' ' delimited values found 2\nm=audio 5000"},
         {[] { version_line::create("v=x"); }, "invalid non-numeric value found in version number (x)"},
         {[] { connection_line({"IN", "IP4"}); }, "invalid number of values while constructing line type CONNECTION object"},
+        {[] { attribute_line::create(std::string_view("a=crypto:1 AES_CM_128_HMAC_SHA1_80 inline:ab\0cd", 47)); },
+         "NUL character in ATTRIBUTE line"},
     };
     for (const auto& c : cases) EXPECT_EQ(invalid_argument_text(c.fn), c.error);
 }
