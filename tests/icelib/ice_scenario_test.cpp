@@ -248,6 +248,9 @@ TYPED_TEST(IceScenario, NothingAnswersFailsOnTheFirstTickPastTheTimeLimit)
         EXPECT_TRUE(n.ep[0].iceFailed);
         EXPECT_EQ(T::GetState(this->a_), gatewalk::ICELIB_FAILED);
         EXPECT_TRUE(n.ep[0].Logged("ICE failed (Timeout)"));
+        const int sent = n.nChecks;  // a failed agent checks no more
+        for (int i = 0; i < 50; ++i) n.Step();
+        EXPECT_EQ(n.nChecks, sent);
     }
 }
 

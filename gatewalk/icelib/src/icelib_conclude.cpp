@@ -248,6 +248,8 @@ void Agent<P>::UpdatingStates(Inst* inst)
         }
         SetState(inst, ICELIB_FAILED);
         StopChecks(inst, last);
+        last->checkList.checkListStopped = 1;
+        FifoClear(&last->triggeredChecksFifo);
         if constexpr (kZyn<P>) NotifyCheckListUpdate(inst, false);
         if (inst->callbacks.connectivityChecksComplete != nullptr) {
             inst->callbacks.connectivityChecksComplete(inst->callbacks.connectivityChecksCompleteUserData,
