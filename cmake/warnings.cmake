@@ -34,6 +34,20 @@ function(ms_test name)
                        DISCOVERY_TIMEOUT 60)
 endfunction()
 
+# A test binary that proves a path allocates nothing: ms_noheap_test(NAME SOURCES... LIBS...). Its
+# sources include tests/common/heap_count.h once, which replaces operator new and brings main(), so
+# gtest_main stays out of its link.
+function(ms_noheap_test name)
+  cmake_parse_arguments(T "" "" "SOURCES;LIBS" ${ARGN})
+  ms_test(${name} SOURCES ${T_SOURCES} LIBS ${T_LIBS})
+  get_target_property(libs ${name} LINK_LIBRARIES)
+  list(REMOVE_ITEM libs GTest::gtest_main)
+  set_target_properties(${name} PROPERTIES LINK_LIBRARIES "${libs}")
+  # The replacement new and delete are a malloc/free pair; with sanitizers GCC no longer sees that
+  # once gtest's `new TestClass` is inlined next to them.
+  target_compile_options(${name} PRIVATE -Wno-mismatched-new-delete)
+endfunction()
+
 # libFuzzer target: ms_fuzzer(NAME SOURCE LIBS...). The test script runs every fuzz_* binary briefly,
 # seeded from fuzz/corpus/NAME when that folder exists.
 function(ms_fuzzer name source)

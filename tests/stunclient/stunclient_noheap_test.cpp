@@ -2,46 +2,13 @@
 // matching, cancelling, failing and answering do no operator new and no OpenSSL allocation. This
 // binary counts both around a busy run of each profile.
 #include <gtest/gtest.h>
-#include <openssl/crypto.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
+#include "../common/heap_count.h"
 #include "sockaddr_util.h"
 #include "stunclient.h"
-
-namespace {
-
-std::atomic<long> g_news{0};
-std::atomic<long> g_cryptoAllocs{0};
-
-void* CountingMalloc(size_t n, const char*, int)
-{
-    ++g_cryptoAllocs;
-    return std::malloc(n);
-}
-void* CountingRealloc(void* p, size_t n, const char*, int)
-{
-    ++g_cryptoAllocs;
-    return std::realloc(p, n);
-}
-void CountingFree(void* p, const char*, int) { std::free(p); }
-
-}  // namespace
-
-void* operator new(size_t n)
-{
-    ++g_news;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](size_t n) { return operator new(n); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, size_t) noexcept { std::free(p); }
-void operator delete[](void* p, size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -86,7 +53,7 @@ TEST(StunClientNoHeap, QloxStartsResendsAnswersAndFailsWithoutAllocating)
     // Warm up OpenSSL's lazy initialisation once.
     q::StunClient_startBindTransaction(client, nullptr, reinterpret_cast<const sockaddr*>(&server),
                                        reinterpret_cast<const sockaddr*>(&base), 0, false, &attributes, send, done);
-    const long before = g_news, cryptoBefore = g_cryptoAllocs;
+    const long before = heap_count::news, cryptoBefore = heap_count::cryptoAllocs;
     for (int i = 1; i < q::STUNCLIENT_MAX_INSTANCES; ++i) {
         gatewalk::stunlib_createId(&attributes.transactionId, i, 0);
         q::StunClient_startBindTransaction(client, nullptr, reinterpret_cast<const sockaddr*>(&server),
@@ -105,8 +72,8 @@ TEST(StunClientNoHeap, QloxStartsResendsAnswersAndFailsWithoutAllocating)
                                               reinterpret_cast<const sockaddr*>(&base),
                                               reinterpret_cast<const sockaddr*>(&base), 1, 0, 0, 0, 0, 0, nullptr,
                                               send, 0, false, 487);
-    EXPECT_EQ(g_news - before, 0);
-    EXPECT_EQ(g_cryptoAllocs - cryptoBefore, 0);
+    EXPECT_EQ(heap_count::news - before, 0);
+    EXPECT_EQ(heap_count::cryptoAllocs - cryptoBefore, 0);
     EXPECT_EQ(g_results, q::STUNCLIENT_MAX_INSTANCES);
     q::StunClient_free(client);
 }
@@ -120,7 +87,7 @@ TEST(StunClientNoHeap, ZynStartsResendsAnswersAndFailsWithoutAllocating)
     auto send = [](void*, int, const unsigned char*, int, const sockaddr*, bool) { ++g_sends; };
     auto done = [](void*, z::StunCallBackData_T*) { ++g_results; };
     g_results = 0;
-    const long before = g_news, cryptoBefore = g_cryptoAllocs;
+    const long before = heap_count::news, cryptoBefore = heap_count::cryptoAllocs;
     gatewalk::StunMsgId id;
     for (int i = 0; i < z::STUNCLIENT_MAX_INSTANCES; ++i) {
         gatewalk::stunlib_createId(&id, i, 0);
@@ -138,17 +105,10 @@ TEST(StunClientNoHeap, ZynStartsResendsAnswersAndFailsWithoutAllocating)
     z::StunServer_SendConnectivityBindingResp(client, 3, id, "secret", reinterpret_cast<const sockaddr*>(&base),
                                               reinterpret_cast<const sockaddr*>(&base), nullptr, send, 0, false, 200,
                                               nullptr);
-    EXPECT_EQ(g_news - before, 0);
-    EXPECT_EQ(g_cryptoAllocs - cryptoBefore, 0);
+    EXPECT_EQ(heap_count::news - before, 0);
+    EXPECT_EQ(heap_count::cryptoAllocs - cryptoBefore, 0);
     EXPECT_EQ(g_results, z::STUNCLIENT_MAX_INSTANCES);
     z::StunClient_free(client);
 }
 
 }  // namespace
-
-int main(int argc, char** argv)
-{
-    CRYPTO_set_mem_functions(CountingMalloc, CountingRealloc, CountingFree);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
