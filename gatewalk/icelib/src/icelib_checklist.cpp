@@ -92,7 +92,7 @@ void Agent<P>::FormPairs(Inst* inst, CheckList* list, const ICE_MEDIA_STREAM* lo
         }
     }
     list->numberOfPairs = n;
-    (void)inst;
+    Log(inst, ICELIB_logDebug, "Formed %u pairs from %u local and %u remote candidates", n, Count(local), Count(remote));
 }
 
 template <class P>

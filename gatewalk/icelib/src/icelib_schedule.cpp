@@ -1,6 +1,7 @@
 // The pace of checks: one check per tick over all streams, triggered checks first.
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include "icelib_internal.h"
 
@@ -32,19 +33,13 @@ typename Agent<P>::Pair* Agent<P>::FindPairToSchedule(Inst* inst, Ctrl* ctrl)
         Log(inst, ICELIB_logDebug, "Checklist is stopped. No pair to schedule.");
         return nullptr;
     }
-    for (uint32_t i = 0; i < list->numberOfPairs; ++i) {
-        if (list->checkListPairs[i].pairState == ICELIB_PAIR_WAITING) pair = &list->checkListPairs[i];
-        if (pair != nullptr) break;
-    }
-    if (pair == nullptr) {
-        for (uint32_t i = 0; i < list->numberOfPairs; ++i) {
-            if (list->checkListPairs[i].pairState == ICELIB_PAIR_FROZEN) {
-                pair = &list->checkListPairs[i];
-                pair->pairState = ICELIB_PAIR_WAITING;
-                break;
-            }
+    // The list is sorted: the first WAITING pair has the highest priority, else the first FROZEN.
+    for (ICELIB_PAIR_STATE wanted : {ICELIB_PAIR_WAITING, ICELIB_PAIR_FROZEN}) {
+        for (uint32_t i = 0; i < list->numberOfPairs && pair == nullptr; ++i) {
+            if (list->checkListPairs[i].pairState == wanted) pair = &list->checkListPairs[i];
         }
     }
+    if (pair != nullptr) pair->pairState = ICELIB_PAIR_WAITING;
     if (pair != nullptr) Log(inst, ICELIB_logDebug, "Scheduling pair form CHECKLIST.");
     return pair;
 }
