@@ -163,7 +163,8 @@
     ICE_TRANSPORT ICELIB_getLocalTransport(const ICELIB_INSTANCE* instance, uint32_t mediaIdx, uint32_t candIdx); \
     ICE_TRANSPORT ICELIB_getRemoteTransport(const ICELIB_INSTANCE* instance, uint32_t mediaIdx,                \
                                             uint32_t candIdx);                                                 \
-    /* After completion: the local candidate of the nominated pair of that component (null before). */         \
+    /* After completion: the local candidate of the nominated pair of that component (null before). A     \
+       peer-reflexive one is the address the peer saw; its relAddr is the base the checks went from. */   \
     const ICE_CANDIDATE* ICELIB_getActiveCandidate(const ICELIB_INSTANCE* instance, uint32_t mediaIdx,         \
                                                    uint32_t componentId);                                      \
     const ICE_REMOTE_CANDIDATES* ICELIB_getActiveRemoteCandidates(const ICELIB_INSTANCE* instance,             \
