@@ -108,7 +108,7 @@ int32_t Agent<P>::AddLocalCandidate(Inst* inst, uint32_t mediaIdx, uint32_t comp
         Log(inst, ICELIB_logError, "Failed to add candidate. MAX number of candidates reached\n");
         return -1;
     }
-    if (connectionAddr == nullptr || !sockaddr_isSet(connectionAddr)) {
+    if (IsInvalidAddress(connectionAddr)) {
         Log(inst, ICELIB_logError, "Failed to add candidate. Something wrong with IP address\n");
         return -1;
     }

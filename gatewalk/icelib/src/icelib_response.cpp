@@ -105,7 +105,7 @@ void Agent<P>::ProcessSuccessResponse(Inst* inst, Ctrl* ctrl, Pair* pair, const 
     // The mapped address names the local candidate the peer saw; a new one is peer reflexive.
     const ICE_MEDIA_STREAM* localStream = LocalStreamOf(inst, ctrl);
     const ICE_CANDIDATE* local = nullptr;
-    if (mappedAddr != nullptr && sockaddr_isSet(mappedAddr)) {
+    if (localStream != nullptr && mappedAddr != nullptr && sockaddr_isSet(mappedAddr)) {
         local = FindCandidate(localStream->candidate, localStream->numberOfCandidates, mappedAddr);
         if (local == nullptr) {
             local = FindCandidate(ctrl->discoveredLocalCandidates, ctrl->numberOfDiscoveredLocalCandidates, mappedAddr);
