@@ -70,8 +70,10 @@ TYPED_TEST(IceUdp, TwoAgentsConcludeOnTheSamePairOverLoopback)
     using T = TypeParam;
     for (const char* ip : {"127.0.0.1", "::1"}) {
         SCOPED_TRACE(ip);
-        auto* a = static_cast<typename T::Inst*>(std::calloc(1, sizeof(typename T::Inst)));
-        auto* b = static_cast<typename T::Inst*>(std::calloc(1, sizeof(typename T::Inst)));
+        // Zeroed blocks, as the connector allocates them.
+        const std::unique_ptr<typename T::Inst[]> block(new typename T::Inst[2]());
+        typename T::Inst* a = &block[0];
+        typename T::Inst* b = &block[1];
         auto net = std::make_unique<UdpNet<T>>();
         const typename T::Config config = DefaultConfig<T>();
         typename T::Inst* insts[2] = {a, b};
@@ -134,8 +136,6 @@ TYPED_TEST(IceUdp, TwoAgentsConcludeOnTheSamePairOverLoopback)
             EXPECT_TRUE(gatewalk::sockaddr_alike(Sa(mine->connectionAddr), Sa(net->local[e])));
             EXPECT_TRUE(gatewalk::sockaddr_alike(Sa(theirs->remoteCandidate[0].connectionAddr), Sa(net->local[e])));
         }
-        std::free(a);
-        std::free(b);
     }
 }
 
