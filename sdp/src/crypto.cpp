@@ -28,6 +28,12 @@ void crypto_key::init_from_string(const std::string& text)
     if (fields.empty())
         throw std::invalid_argument(cat(
             "invalid value for crypto attribute key, expected 2 ':' delimited fields, received 1 (", text, ")"));
+    // Runs of delimiters read as one, so an empty method or field, or a key that begins with ':',
+    // would print back as a different key: such a text is no key.
+    const std::string_view info = std::string_view(text).substr(text.find(':') + 1);
+    if (text.front() == ':' || info.empty() || info.front() == ':' || info.front() == '|' || info.back() == '|' ||
+        info.find("||") != std::string_view::npos)
+        throw std::invalid_argument(cat("invalid value for crypto attribute key, empty field (", text, ")"));
     if (fields.size() > 3)
         throw std::invalid_argument(cat(
             "invalid value for crypto attribute key, expected max 3 '|' delimited fields, received ", fields.size(),
