@@ -171,6 +171,14 @@ void CMediaConnection::Stop()
     if (m_pZynEngine) m_pZynEngine->Stop();
 
     ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
+    // Announcements queued on the main thread find no sink from here on, and one running there
+    // now has finished when this returns.
+    if (main)
+        CmInvokeInThread(main, false, [this] {
+            m_pSink.store(nullptr);
+            return CM_OK;
+        });
+    m_pSink.store(nullptr);
     if (ICmEventQueue* queue = main ? main->GetEventQueue() : nullptr) {
         // The event's own reference keeps the connection alive until it ran on the main thread.
         CMediaConnectionPtr self(this);

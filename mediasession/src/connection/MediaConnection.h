@@ -75,7 +75,7 @@ public:
     int GetIceLineCount() const { return m_iceLineCount; }
 
     // Sink side, used by the lines and by the global services.
-    IZynMediaConnectionSink* GetSink() const { return m_pSink; }
+    IZynMediaConnectionSink* GetSink() const { return m_pSink.load(); }
     void callBackOnError(int code, void* data);
     std::vector<std::string> GetNotifiedErrors();
     IZynMediaEngineInternal* GetEngine() const { return m_pZynEngine; }
@@ -145,7 +145,9 @@ private:
 
     const unsigned int m_callId;
     std::atomic<int32_t> m_mediaRunning{0};
-    IZynMediaConnectionSink* m_pSink = nullptr;
+    // Read on any thread that reports; cleared by Stop on the main thread, so that no callback runs
+    // once Stop returned.
+    std::atomic<IZynMediaConnectionSink*> m_pSink{nullptr};
     std::vector<CMediaConnectionInfo*> m_connections;  // owned, in AddMedia order
     IZynMediaEngineInternal* m_pZynEngine = nullptr;   // one reference
     IZynNetworkIndicator* m_pNetworkIndicator = nullptr;  // one reference

@@ -43,7 +43,7 @@ void CMediaConnection::callBackOnError(int code, void* data)
     if (named != kRecordedErrors.end() && m_notifiedErrors.size() < kMaxNotifiedErrors &&
         std::find(m_notifiedErrors.begin(), m_notifiedErrors.end(), named->name) == m_notifiedErrors.end())
         m_notifiedErrors.emplace_back(named->name);
-    if (m_pSink) m_pSink->OnError(code, data);
+    if (IZynMediaConnectionSink* sink = m_pSink.load()) sink->OnError(code, data);
 }
 
 std::vector<std::string> CMediaConnection::GetNotifiedErrors()

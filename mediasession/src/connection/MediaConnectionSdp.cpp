@@ -146,7 +146,7 @@ void CMediaConnection::sendLocalSdp(const char* what, const std::string& text)
     // Cleared before the sink runs: an application may answer or offer again from inside it.
     m_sendSdpType = 0;
     m_localSdpSentTick = get_tick_count();
-    if (m_pSink) m_pSink->OnSDPReady(static_cast<ZynSdpType>(type), text.c_str());
+    if (IZynMediaConnectionSink* sink = m_pSink.load()) sink->OnSDPReady(static_cast<ZynSdpType>(type), text.c_str());
 }
 
 bool CMediaConnection::buildLocalSdp(std::string& text)
