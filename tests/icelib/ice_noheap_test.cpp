@@ -3,44 +3,9 @@
 // OpenSSL allocation once OpenSSL's lazy start-up is behind us. The harness itself is built of fixed
 // tables, so every count here is the agent's or the codec's.
 #include <gtest/gtest.h>
-#include <openssl/crypto.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
+#include "../common/heap_count.h"
 #include "ice_sim.h"
-
-namespace {
-
-std::atomic<long> g_news{0};
-std::atomic<long> g_cryptoAllocs{0};
-
-void* CountingMalloc(size_t n, const char*, int)
-{
-    ++g_cryptoAllocs;
-    return std::malloc(n);
-}
-void* CountingRealloc(void* p, size_t n, const char*, int)
-{
-    ++g_cryptoAllocs;
-    return std::realloc(p, n);
-}
-void CountingFree(void* p, const char*, int) { std::free(p); }
-
-}  // namespace
-
-void* operator new(size_t n)
-{
-    ++g_news;
-    if (void* p = std::malloc(n ? n : 1)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](size_t n) { return operator new(n); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, size_t) noexcept { std::free(p); }
-void operator delete[](void* p, size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -85,21 +50,14 @@ TYPED_TEST_SUITE(IceNoHeap, Profiles);
 TYPED_TEST(IceNoHeap, AWholeRunAllocatesNothing)
 {
     ASSERT_TRUE(NatRun<TypeParam>(0));  // warm-up: OpenSSL's random and HMAC start lazily
-    const long news = g_news;
-    const long crypto = g_cryptoAllocs;
+    const long news = heap_count::news;
+    const long crypto = heap_count::cryptoAllocs;
     const bool ok = NatRun<TypeParam>(1);
-    const long newsDuring = g_news - news;
-    const long cryptoDuring = g_cryptoAllocs - crypto;
+    const long newsDuring = heap_count::news - news;
+    const long cryptoDuring = heap_count::cryptoAllocs - crypto;
     EXPECT_TRUE(ok);
     EXPECT_EQ(newsDuring, 0);
     EXPECT_EQ(cryptoDuring, 0);
 }
 
 }  // namespace
-
-int main(int argc, char** argv)
-{
-    CRYPTO_set_mem_functions(CountingMalloc, CountingRealloc, CountingFree);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
