@@ -8,6 +8,17 @@ namespace sdp {
 
 using detail::cat;
 
+namespace {
+// A list of only commas reads as no versions, which would print back as an empty value.
+std::vector<std::string> split_versions(std::string_view list, const char* what)
+{
+    auto versions = detail::split(list, ',');
+    if (versions.empty())
+        throw std::invalid_argument(cat("invalid attribute value for ", what, ", expected at least one version (", list, ")"));
+    return versions;
+}
+}  // namespace
+
 // ---- version
 
 sobe_version::sobe_version(std::vector<std::string> v) : versions(std::move(v))
@@ -24,7 +35,7 @@ void sobe_version::init_from_line(const attribute_line& l)
     detail::check_attribute_name(l, "vorta-sobe", "vorta sobe version");
     if (l.get_attribute_value().empty())
         throw std::invalid_argument("invalid attribute value for vorta sobe version, expected non-zero length");
-    versions = detail::split(l.get_attribute_value(), ',');
+    versions = split_versions(l.get_attribute_value(), "vorta sobe version");
 }
 
 attribute_line sobe_version::as_attribute_line() const { return attribute_line("vorta-sobe", detail::join(versions, ",")); }
@@ -45,7 +56,7 @@ void sobe_rtp_rexmit::init_from_line(const attribute_line& l)
     detail::check_attribute_name(l, "vorta-sobe-rtx", "vorta sobe rtp retransmission");
     if (l.get_attribute_value().empty())
         throw std::invalid_argument("invalid attribute value for sobe rtp retransmission, expected non-zero length");
-    versions = detail::split(l.get_attribute_value(), ',');
+    versions = split_versions(l.get_attribute_value(), "sobe rtp retransmission");
 }
 
 attribute_line sobe_rtp_rexmit::as_attribute_line() const
@@ -98,7 +109,7 @@ void sobe_hybrid_resilience::init_from_line(const attribute_line& l)
         throw std::invalid_argument(cat(
             "invalid attribute value for sobe hybrid resilience, expected at least 1, at most 2 space delimited fields, received ",
             f.size(), " (", value, ")"));
-    versions = detail::split(f[0], ',');
+    versions = split_versions(f[0], "sobe hybrid resilience");
     data_flow = 0;
     if (f.size() > 1) {
         for (auto item : detail::split_view(f[1], ';')) {

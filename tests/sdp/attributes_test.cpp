@@ -141,6 +141,10 @@ TEST(Attributes, RefusedValues)
         {reprint<sobe_rtp_rexmit>, "a=vorta-sobe-rtx", "invalid attribute value for sobe rtp retransmission, expected non-zero length"},
         {reprint<sobe_rate_adaptation>, "a=vorta-sobe:1", "invalid attribute name for vorta sobe rate_adaptation expected 'vorta-sobe-rate' received 'vorta-sobe'"},
         {reprint<sobe_hybrid_resilience>, "a=vorta-sobe-hybrid-resilience:1.0 data-flow=8", "invalid attribute value for sobe hybrid resilience, data-flow larger than 7 (1.0 data-flow=8)"},
+        // Only commas: no version survives, and the value would print back empty.
+        {reprint<sobe_version>, "a=vorta-sobe:,,", "invalid attribute value for vorta sobe version, expected at least one version (,,)"},
+        {reprint<sobe_rtp_rexmit>, "a=vorta-sobe-rtx:,", "invalid attribute value for sobe rtp retransmission, expected at least one version (,)"},
+        {reprint<sobe_hybrid_resilience>, "a=vorta-sobe-hybrid-resilience:, data-flow=1", "invalid attribute value for sobe hybrid resilience, expected at least one version (,)"},
         {reprint<sobe_psre>, "a=vorta-sobe-psre:", "invalid attribute value for vorta sobe psre, expected >=1 space delimited fields, received 0 ()"},
         {reprint<sprop_source>, "a=sprop-source", "invalid attribute value for vorta multistream sprop source, expected non-zero length"},
         {reprint<sprop_source>, "a=sprop-source:1 policies=as:0", "invalid value for vorta multistream sprop source attribute policy id, must be non-zero"},
