@@ -1,5 +1,6 @@
 #include "sdp/application_attributes.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "attribute_util.h"
@@ -43,7 +44,13 @@ void bfcp_floor_id::init_from_line(const attribute_line& l)
     media_streams.clear();
     if (parts.size() > 1) {
         auto streams = detail::split_view(parts[1], ':', 2);
-        if (streams.size() == 2 && streams[0] == "mstrm") media_streams = detail::split(streams[1], ' ');
+        if (streams.size() == 2 && streams[0] == "mstrm") {
+            // Colons and blanks right after "mstrm" all belong to the delimiter: a first stream
+            // that kept leading colons would print back glued to it and read back shorter.
+            auto list = streams[1];
+            list.remove_prefix(std::min(list.size(), list.find_first_not_of(": ")));
+            media_streams = detail::split(list, ' ');
+        }
     }
 }
 

@@ -58,6 +58,7 @@ TEST(Attributes, RoundTrips)
         {reprint<tcap>, "a=tcap:1 RTP/SAVPF RTP/AVPF", "a=tcap:1 RTP/SAVPF RTP/AVPF"},
         {reprint<bfcp_floor_id>, "a=floorid:1 mstrm:10 11", "a=floorid:1 mstrm:10 11"},
         {reprint<bfcp_floor_id>, "a=floorid:2 other:3", "a=floorid:2"},
+        {reprint<bfcp_floor_id>, "a=floorid:3 mstrm:: ::x 12", "a=floorid:3 mstrm:x 12"},
         {reprint<sctp_map>, "a=sctpmap:5000 webrtc-datachannel", "a=sctpmap:5000 webrtc-datachannel 16"},
         {reprint<sctp_map>, "a=sctpmap:5000 webrtc-datachannel 1024", "a=sctpmap:5000 webrtc-datachannel 1024"},
         {reprint<ix_map>, "a=ixmap:1 ix extra", "a=ixmap:1 ix"},
