@@ -262,7 +262,14 @@ TEST_F(SdpExchangeTest, WithDtlsTheOfferCarriesTheFingerprintAndNoKeys)
         ASSERT_EQ(ZYN_S_OK, c->GetGlobalConfig()->EnableDtlsSRTP(true));
     }
     Add(m_a, {{ZynSessionType_Audio, 0}, {ZynSessionType_Video, 1}});
-    ASSERT_EQ(ZYN_S_OK, m_a->CreateOffer());
+    // On the main thread, where a line that waited for the certificate finishes: from this
+    // thread, a line finding the certificate already there would build the offer concurrently.
+    ZynResult created = ZYN_E_FAIL;
+    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [&] {
+        created = m_a->CreateOffer();
+        return CM_OK;
+    });
+    ASSERT_EQ(ZYN_S_OK, created);
     ASSERT_TRUE(m_sinkA.WaitSdp(1));
     EXPECT_EQ(1u, m_sinkA.texts.size());
     const sdp::session_group offer = Parse(m_sinkA.texts[0]);

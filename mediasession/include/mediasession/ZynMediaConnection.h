@@ -96,6 +96,9 @@ public:
     virtual void OnLiveSourcesAvailableMediaChanged(unsigned long, int) {}
 };
 
+// Call these from the library's main thread (the application's registered one). They take no
+// connection-wide lock: with DTLS-SRTP a line that waited for the certificate finishes on the main
+// thread, and a CreateOffer or CreateAnswer made on another thread would race it.
 class IZynMediaConnection : public IZynUnknown {
 public:
     // Adds the line with that mid, or extends its direction. ZYN_S_FALSE: it already had it.
