@@ -30,7 +30,7 @@ protected:
             m_conn->Release();
         }
         // Let the clean-up posted by Stop run, then everything the engine made must be gone.
-        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+        mstest::OnMain();
         EXPECT_EQ(m_liveBase, ZynLiveObjectCount());
     }
 
@@ -73,7 +73,7 @@ TEST(FactoryTest, CallIdsAndOutPointers)
         c->Stop();
         c->Release();
         // The clean-up event holds the last reference; once it ran the id is free again.
-        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+        mstest::OnMain();
         EXPECT_FALSE(CMediaConnection::FindMediaConnectionByCallID(0));
     }
     uint64_t asserts = cm_assertion_count();
@@ -261,7 +261,7 @@ TEST_F(ConnectionTest, StopTwiceLeavesTheObjectValidUntilTheLastRelease)
     });
     EXPECT_EQ(2, trace.Count("CMediaConnection::Stop successfully."));
     // The clean-up events ran on the main thread; the application's reference still works.
-    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+    mstest::OnMain();
     EXPECT_EQ(nullptr, m_impl->GetEngine());
     EXPECT_EQ(0u, m_impl->GetConnectionCount());
     EXPECT_EQ(m_conn->GetMediaConnectionCallID(), m_impl->GetIdentityCallId());

@@ -59,10 +59,7 @@ protected:
     // On the main thread, where the clean-up that Stop posts runs too, as an application does.
     void StopOnMain()
     {
-        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [this] {
-            m_conn->Stop();
-            return CM_OK;
-        });
+        mstest::OnMain([this] { m_conn->Stop(); });
     }
     zyn::CIceConnector* Connector(unsigned long mid)
     {
@@ -135,14 +132,11 @@ TEST_F(ListenTest, WithDtlsALineIsReadyOnceTheCertificateIsThere)
     m_impl->EnableDtlsSRTP(true);
     // On the main thread, as an application calls it: the lines that wait finish there too.
     ZynResult created = ZYN_E_FAIL;
-    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [&] {
-        created = m_conn->CreateOffer();
-        return CM_OK;
-    });
+    mstest::OnMain([&] { created = m_conn->CreateOffer(); });
     ASSERT_EQ(ZYN_S_OK, created);
     // The generator finishes in the background and posts to the main thread.
     zyn::CCertficateGenerator::Instance()->Join();
-    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+    mstest::OnMain();
     const std::regex sha1("([0-9A-F]{2}:){19}[0-9A-F]{2}");
     for (const Range& r : kRanges) {
         SCOPED_TRACE(r.mid);

@@ -54,7 +54,7 @@ struct SdpSink : IZynMediaConnectionSink {
             std::unique_lock<std::mutex> lock(mutex);
             changed.wait_for(lock, std::chrono::seconds(10), [&] { return ready[direction] >= count; });
         }
-        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+        mstest::OnMain();
         std::lock_guard<std::mutex> lock(mutex);
         return ready[direction];
     }
@@ -100,7 +100,7 @@ protected:
             c->Stop();
             c->Release();
         }
-        CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [] { return CM_OK; });
+        mstest::OnMain();
         EXPECT_EQ(m_liveBase, ZynLiveObjectCount());
     }
     static void Add(IZynMediaConnection* c, const std::vector<Line>& lines)
@@ -265,10 +265,7 @@ TEST_F(SdpExchangeTest, WithDtlsTheOfferCarriesTheFingerprintAndNoKeys)
     // On the main thread, where a line that waited for the certificate finishes: from this
     // thread, a line finding the certificate already there would build the offer concurrently.
     ZynResult created = ZYN_E_FAIL;
-    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [&] {
-        created = m_a->CreateOffer();
-        return CM_OK;
-    });
+    mstest::OnMain([&] { created = m_a->CreateOffer(); });
     ASSERT_EQ(ZYN_S_OK, created);
     ASSERT_TRUE(m_sinkA.WaitSdp(1));
     EXPECT_EQ(1u, m_sinkA.texts.size());

@@ -1,15 +1,28 @@
 // Shared helpers of the session-layer tests: trace capture and engine scope.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mediasession/ZynMediaEngine.h"
+#include "tp/CmThreadManager.h"
 #include "util/CmLocalAddr.h"
 #include "util/CmTrace.h"
 
 namespace mstest {
+
+// Runs the call on the main thread and waits for it, as an application makes its calls; with no
+// call, waits until what was posted there before has run.
+inline void OnMain(std::function<void()> call = [] {})
+{
+    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), false, [&call] {
+        call();
+        return CM_OK;
+    });
+}
 
 // Collects trace lines while alive (level 3), restoring the default sink afterwards.
 class TraceCapture {
