@@ -4,11 +4,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <regex>
 
 #include "connection/MediaConnection.h"
 #include "entry/CertficateGenerator.h"
+#include "ice/IceConnectorImpl.h"
 #include "line/MediaConnectionInfo.h"
 #include "test_support.h"
 #include "tp/CmThreadManager.h"
@@ -19,23 +21,13 @@ namespace {
 using zyn::CMediaConnection;
 using zyn::CMediaConnectionInfo;
 
-void SendDatagram(const CCmInetAddr& to)
+// The kernel's word on whether a UDP port is taken: a second bind fails while ours holds it.
+bool IsBound(const CCmInetAddr& a)
 {
-    int fd = socket(to.GetType(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sendto(fd, "probe", 5, 0, to.GetPtr(), to.GetSize());
+    int fd = socket(a.GetType(), SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool taken = bind(fd, a.GetPtr(), a.GetSize()) != 0 && errno == EADDRINUSE;
     close(fd);
-}
-
-// The line's receive count once it reached `atLeast`, or after a generous bound: each round trip
-// to the line's network thread lets the loop take what has arrived.
-uint64_t ReceivedAfterDrain(CMediaConnectionInfo* line, uint64_t atLeast = 0)
-{
-    ACmThread* net = CCmThreadManager::Instance()->GetThread(line->GetThreadType());
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    do {
-        CmInvokeInThread(net, false, [] { return CM_OK; });
-    } while (line->GetReceivedPackets() < atLeast && std::chrono::steady_clock::now() < deadline);
-    return line->GetReceivedPackets();
+    return taken;
 }
 
 class ListenTest : public ::testing::Test {
@@ -87,15 +79,13 @@ TEST_F(ListenTest, WithIceEveryLineHasBoundHostCandidatesInItsRange)
         EXPECT_TRUE(line->IsPortSelected());
         const auto& cands = Connector(r.mid)->GetCandidates();
         ASSERT_EQ(4u, cands.size());  // RTP and RTCP on 127.0.0.1 and ::1
-        uint64_t before = ReceivedAfterDrain(line);
         for (const auto& c : cands) {
             uint16_t port = c.rtpAddress.GetPort();
             EXPECT_GE(port, r.min);
             EXPECT_LE(port, r.max);
             EXPECT_EQ(c.component - 1, (port - r.min) % 2);
-            SendDatagram(c.rtpAddress);
+            EXPECT_TRUE(IsBound(c.rtpAddress)) << c.rtpAddress.ToString();
         }
-        EXPECT_EQ(before + cands.size(), ReceivedAfterDrain(line, before + cands.size()));
     }
     EXPECT_FALSE(m_impl->FindConnection(3ul)->IsPortSelected());  // application lines do not listen
 }
@@ -110,11 +100,8 @@ TEST_F(ListenTest, WithoutIceAPlainPortPairPerLine)
         uint16_t rtp = c->GetLocalRtpAddress().GetPort();
         EXPECT_EQ(0, (rtp - r.min) % 2);
         EXPECT_EQ(rtp + 1, c->GetLocalRtcpAddress().GetPort());
-        CMediaConnectionInfo* line = m_impl->FindConnection(r.mid);
-        uint64_t before = ReceivedAfterDrain(line);
-        SendDatagram(c->GetLocalRtpAddress());
-        SendDatagram(c->GetLocalRtcpAddress());
-        EXPECT_EQ(before + 2, ReceivedAfterDrain(line, before + 2));
+        EXPECT_TRUE(IsBound(c->GetLocalRtpAddress()));
+        EXPECT_TRUE(IsBound(c->GetLocalRtcpAddress()));
         bound.push_back(c->GetLocalRtpAddress());
         bound.push_back(c->GetLocalRtcpAddress());
     }

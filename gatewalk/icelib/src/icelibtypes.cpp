@@ -7,6 +7,7 @@
 
 #include "icelib_internal.h"
 #include "sockaddr_util.h"
+#include "stunlib.h"
 
 namespace gatewalk::icelib_detail {
 
@@ -61,10 +62,10 @@ constexpr uint32_t kDigitsPerDraw = 5;
 
 uint64_t Random64()
 {
-    // rand() gives 31 bits: 31 + 31 + 2.
-    uint64_t r = static_cast<uint64_t>(std::rand()) & 0x7FFFFFFFu;
-    r |= (static_cast<uint64_t>(std::rand()) & 0x7FFFFFFFu) << 31;
-    r |= (static_cast<uint64_t>(std::rand()) & 0x3u) << 62;
+    // A draw gives 31 bits: 31 + 31 + 2.
+    uint64_t r = static_cast<uint64_t>(stunlib_randomDraw()) & 0x7FFFFFFFu;
+    r |= (static_cast<uint64_t>(stunlib_randomDraw()) & 0x7FFFFFFFu) << 31;
+    r |= (static_cast<uint64_t>(stunlib_randomDraw()) & 0x3u) << 62;
     return r;
 }
 

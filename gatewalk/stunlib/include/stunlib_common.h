@@ -24,6 +24,11 @@ uint16_t stunlib_StunMsgLen(const uint8_t* buffer);
 // ---- transaction ids -----------------------------------------------------------------------------
 // Bytes 0..3: value big-endian; 4: 0; 5: retransmission; 6, 7: 0; 8..11: bytes 0..3 XOR "cafe".
 void stunlib_createId(StunMsgId* id, long value, unsigned char retransmission);
+// 31 bits from OpenSSL's generator, where the stack once called rand(): ids, tie-breakers and
+// credentials must stay unguessable, and two processes started in the same second must not draw
+// the same values (an unseeded rand() gives every process one sequence). rand() only if the
+// generator fails.
+long stunlib_randomDraw();
 bool stunlib_transIdIsEqual(const StunMsgId* a, const StunMsgId* b);
 
 // ---- address values ------------------------------------------------------------------------------

@@ -49,7 +49,7 @@ uint32_t EncodeIndication(uint16_t type, uint8_t* buffer, const uint8_t* data, u
         return 0;
     }
     StunMsgId id;
-    stunlib_createId(&id, std::rand(), 0);
+    stunlib_createId(&id, stunlib_randomDraw(), 0);
     Writer w{buffer, buffer + STUN_HEADER_SIZE, buffer + bufferLength};
     StunData payload{dataLength, 0, data};
     if (!EncodeAtrAddress(w, STUN_ATTR_XorPeerAddress, address, &id) || !EncodeAtrData(w, payload)) return 0;

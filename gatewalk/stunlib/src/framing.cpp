@@ -1,5 +1,7 @@
 // Header and framing: recognition of raw bytes, transaction ids, the channel data header, the bare
 // keep-alive, the message class tests, and the writers of fixed-size attributes.
+#include <openssl/rand.h>
+
 #include <cstdlib>
 
 #include "codec_internal.h"
@@ -30,6 +32,13 @@ void stunlib_createId(StunMsgId* id, long value, unsigned char retransmission)
     for (int i = 0; i < 4; ++i) id->octet[8 + i] = static_cast<uint8_t>(id->octet[i] ^ kTail[i]);
 }
 
+long stunlib_randomDraw()
+{
+    uint32_t value = 0;
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(&value), sizeof value) != 1) return std::rand();
+    return static_cast<long>(value & 0x7FFFFFFFu);
+}
+
 bool stunlib_transIdIsEqual(const StunMsgId* a, const StunMsgId* b)
 {
     return std::memcmp(a->octet, b->octet, STUN_MSG_ID_SIZE) == 0;
@@ -52,7 +61,7 @@ uint32_t stunlib_decodeTurnChannelNumber(uint16_t* channel, uint16_t* length, co
 uint16_t stunlib_createRandomTurnChanNum()
 {
     // Channel numbers 0x4000..0x7FFF (RFC 5766, 11).
-    return static_cast<uint16_t>((std::rand() & 0x3FFF) + 0x4000);
+    return static_cast<uint16_t>((stunlib_randomDraw() & 0x3FFF) + 0x4000);
 }
 
 uint32_t stunlib_encodeStunKeepAliveReq(int usage, const StunMsgId* id, uint8_t* buffer, unsigned int length)

@@ -27,7 +27,7 @@ constexpr int kInitialPathLength = 255;
 
 void SendAtCurrentTTL(hiutResult& r, bool freshId)
 {
-    if (freshId) stunlib_createId(&r.attributes.transactionId, std::rand(), 1);
+    if (freshId) stunlib_createId(&r.attributes.transactionId, stunlib_randomDraw(), 1);
     StunClient_startSTUNTrace(r.client, &r, reinterpret_cast<const sockaddr*>(&r.serverAddr),
                               reinterpret_cast<const sockaddr*>(&r.baseAddr), false,
                               static_cast<unsigned char>(r.currentTTL), &r.attributes, r.sendFunc, StunStatusCallBack);

@@ -19,7 +19,7 @@ void NewTransactionId(StunMsgId* id)
 {
     if (RAND_bytes(id->octet, sizeof id->octet) != 1) {
         // Without the CSPRNG the id only has to be unlikely to repeat, not unguessable.
-        for (auto& b : id->octet) b = static_cast<uint8_t>(std::rand());
+        for (auto& b : id->octet) b = static_cast<uint8_t>(stunlib_randomDraw());
     }
 }
 

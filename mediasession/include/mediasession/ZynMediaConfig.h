@@ -324,6 +324,14 @@ public:
     virtual ZynResult SetAudioPlaybackMethod(int method) = 0;
     virtual ZynResult GetAudioPlaybackMethod(int& method) const = 0;
     virtual ZynResult SetBundleIdentifier(const char* identifier, unsigned int length) = 0;
+    // The STUN and TURN servers that gathering asks for server-reflexive and relayed candidates, in
+    // the order given; guarded. A host that is not a numeric address is looked up when gathering.
+    virtual ZynResult AddICEServer(const tagICEServer& server) = 0;
+    virtual ZynResult ClearICEServers() = 0;
+    // Only relayed candidates are offered and checked, for networks where nothing but the relay
+    // gets through; guarded.
+    virtual ZynResult EnableRelayOnly(bool enable) = 0;
+    virtual bool IsRelayOnly() const = 0;
 
 protected:
     virtual ~IGlobalConfig() = default;

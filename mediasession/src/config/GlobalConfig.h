@@ -75,6 +75,10 @@ public:
     ZynResult SetICENoListen(bool noListen) override;
     ZynResult EnableAppPackAsSTUN(bool enable) override;
     bool IsEnableAppPackAsSTUN() const override { return m_bAppPackAsSTUN; }
+    ZynResult AddICEServer(const tagICEServer& server) override;
+    ZynResult ClearICEServers() override;
+    ZynResult EnableRelayOnly(bool enable) override;
+    bool IsRelayOnly() const override { return m_bRelayOnly; }
 
     // IGlobalConfig: reporting, performance, engine.
     ZynResult SetNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction,
@@ -136,9 +140,6 @@ public:
     const json::Value& GetFeatureTogglesJson() const { return m_featureToggles; }
     bool HasFeatureToggles() const { return m_bFeatureTogglesSet; }
     const std::string& GetBundleIdentifier() const { return m_bundleIdentifier; }
-    // The STUN and TURN servers ConfigureSTUN and ConfigureTURN gave the connection.
-    void AddICEServer(const tagICEServer& server) { m_iceServers.push_back(server); }
-    void ClearICEServers() { m_iceServers.clear(); }
 
 private:
     // The call started: records tag (when given) with ZYN_E_FAIL and reports the assertion.
@@ -176,6 +177,7 @@ private:
     bool m_bDPC = true;
     bool m_bMultiStream = false;
     bool m_bICE = false;
+    bool m_bRelayOnly = false;
     bool m_bSRTP = false;
     bool m_bDtlsSRTP = false;
     bool m_bRTCPMux = false;

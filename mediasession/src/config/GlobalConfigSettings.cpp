@@ -28,6 +28,37 @@ ZynResult CGlobalConfig::getICEServerAtIndex(int index, tagICEServer& server) co
     return ZYN_S_OK;
 }
 
+ZynResult CGlobalConfig::AddICEServer(const tagICEServer& server)
+{
+    MS_INFO_TRACE("CGlobalConfig::AddICEServer, host=" << std::string(server.host, strnlen(server.host, sizeof server.host))
+                                                       << ", port=" << server.port << ", kind=" << server.kind);
+    if (RefusedAfterStart("AddICESrv")) return ZYN_E_FAIL;
+    if (strnlen(server.host, sizeof server.host) == sizeof server.host || server.host[0] == '\0' || server.port == 0 ||
+        (server.kind != ZynIceServer_TURN && server.kind != ZynIceServer_STUN))
+        return ZYN_E_INVALIDARG;
+    m_iceServers.push_back(server);
+    // Credentials are text of at most 127 characters: the copy ends them, whatever came in.
+    tagICEServer& kept = m_iceServers.back();
+    kept.username[sizeof kept.username - 1] = '\0';
+    kept.password[sizeof kept.password - 1] = '\0';
+    return ZYN_S_OK;
+}
+
+ZynResult CGlobalConfig::ClearICEServers()
+{
+    if (RefusedAfterStart("ClrICESrv")) return ZYN_E_FAIL;
+    m_iceServers.clear();
+    return ZYN_S_OK;
+}
+
+ZynResult CGlobalConfig::EnableRelayOnly(bool enable)
+{
+    MS_INFO_TRACE("CGlobalConfig::EnableRelayOnly, value=" << enable);
+    if (RefusedAfterStart("EnRelayOnly")) return ZYN_E_FAIL;
+    m_bRelayOnly = enable;
+    return ZYN_S_OK;
+}
+
 ZynResult CGlobalConfig::EnableFQDNInICE(bool enable)
 {
     MS_INFO_TRACE("CGlobalConfig::EnableFQDNInICE, value=" << enable);

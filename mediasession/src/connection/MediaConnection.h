@@ -77,6 +77,8 @@ public:
     // Sink side, used by the lines and by the global services.
     IZynMediaConnectionSink* GetSink() const { return m_pSink.load(); }
     void callBackOnError(int code, void* data);
+    // OnSessionStatus of a line, on the main thread (any thread may call).
+    void callBackOnSessionStatus(unsigned long mid, ZynSessionType type, int status);
     std::vector<std::string> GetNotifiedErrors();
     IZynMediaEngineInternal* GetEngine() const { return m_pZynEngine; }
     CSessionMetrics& GetSessionMetrics() { return m_sessionMetrics; }
@@ -133,6 +135,8 @@ private:
     void checkNegotiatedOffer(_tagSdpParsedInfo* info, int* count);
     ZynResult applyRemoteAnswer(const std::string& sdp, _tagSdpParsedInfo* info, int* count, bool first);
     unsigned long checkConnectionWithIndex(ZynSessionType type, size_t position);
+    // The first RTP section of the type in the local negotiated description, or null.
+    const sdp::rtp_session* FindLocalNegotiated(ZynSessionType type) const;
 
     CMediaConnectionInfo* AddConnection(ZynSessionType type, unsigned long mid);
     ZynResult GetLocalIp(CCmInetAddr& address);

@@ -1,9 +1,10 @@
 // Device errors reach the application through OnError; the names of the audio ones are also kept
-// for the session metrics ("notified").
+// for the session metrics ("notified"). Session statuses of the lines go out from here too.
 #include <algorithm>
 #include <array>
 
 #include "connection/MediaConnection.h"
+#include "tp/CmThreadManager.h"
 
 namespace zyn {
 
@@ -44,6 +45,19 @@ void CMediaConnection::callBackOnError(int code, void* data)
         std::find(m_notifiedErrors.begin(), m_notifiedErrors.end(), named->name) == m_notifiedErrors.end())
         m_notifiedErrors.emplace_back(named->name);
     if (IZynMediaConnectionSink* sink = m_pSink.load()) sink->OnError(code, data);
+}
+
+void CMediaConnection::callBackOnSessionStatus(unsigned long mid, ZynSessionType type, int status)
+{
+    // The application hears its connection on the main thread; the event keeps the connection, and
+    // a sink cleared by Stop in the meantime hears nothing.
+    ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
+    if (!main) return;
+    CMediaConnectionPtr self(this);
+    CmInvokeInThread(main, true, [self, mid, type, status] {
+        if (IZynMediaConnectionSink* sink = self->m_pSink.load()) sink->OnSessionStatus(mid, type, status);
+        return CM_OK;
+    });
 }
 
 std::vector<std::string> CMediaConnection::GetNotifiedErrors()

@@ -108,6 +108,15 @@ ZynResult CMediaConnection::applyRemoteAnswer(const std::string& sdp, _tagSdpPar
     return result;
 }
 
+const sdp::rtp_session* CMediaConnection::FindLocalNegotiated(ZynSessionType type) const
+{
+    const sdp::session_group* g = m_localNegotiated.get_if();
+    if (!g) return nullptr;
+    for (const sdp::session& s : g->sessions)
+        if (s.is_rtp() && ConvSessionType(s) == type) return s.rtp.get_if();
+    return nullptr;
+}
+
 unsigned long CMediaConnection::checkConnectionWithIndex(ZynSessionType type, size_t position)
 {
     if (CMediaConnectionInfo* line = FindConnection(type)) return line->GetMid();
@@ -200,9 +209,18 @@ ZynResult CMediaConnection::checkRemoteNegotiated(const sdp::optional_value<sdp:
             CM_ASSERT_REPORT("ZYN_SUCCEEDED(cret)");
             return ZYN_E_FAIL;
         }
-        // The connect towards the remote address comes with the connectivity work; the line
-        // keeps what was agreed until then.
-        (void)isAnswer;
+        line->setupSdesKeys();
+        // The offerer controls ICE. The m line's address is the peer's default, and the agreed
+        // DTLS role is ours as the local negotiated section says it.
+        CCmInetAddr address;
+        if (address.Set(rtp->ip_address.c_str(), rtp->port, true) != CM_OK)
+            MS_WARNING_TRACE("CMediaConnection::checkRemoteNegotiated -- no remote address, type:"
+                             << static_cast<int>(type) << CONN_TAIL);
+        const sdp::rtp_session* localRtp = FindLocalNegotiated(type);
+        const sdp::dtls_setup_role role = localRtp && localRtp->dtls.is_set() ? localRtp->dtls.get_data().role
+                                                                              : sdp::dtls_setup_actpass;
+        const bool mux = rtp->rtcp_mux && m_globalConfig.IsRTCPMuxEnabled();
+        line->Connect(rtp->ice, address, isAnswer, 0, mux, role, rtp->dtls);
     }
     return ZYN_S_OK;
 }

@@ -275,7 +275,7 @@ void CMediaConnection::buildSdpSession(CMediaConnectionInfo* line)
     std::vector<sdp::crypto> cryptos;
     if (!line->IsDtlsInUse()) line->buildSrtpCryptos(cryptos);
 
-    sdp::ice_caps ice;
+    sdp::optional_value<sdp::ice_caps> ice;
     CCmInetAddr address;
     line->GetIceCandidates(ice, address);
     if (address.GetPort() == 0) {
@@ -289,7 +289,7 @@ void CMediaConnection::buildSdpSession(CMediaConnectionInfo* line)
     rtp.codecs = std::move(codecs);
     rtp.rtcp_feedback = std::move(feedback);
     rtp.cryptos = std::move(cryptos);
-    if (!ice.candidates.empty()) rtp.ice = ice;
+    if (ice.is_set() && !ice.get_data().candidates.empty()) rtp.ice = ice;
     if (line->IsDtlsInUse() && !line->GetLocalFingerPrint().empty())
         rtp.dtls = sdp::dtls_caps(sdp::dtls_setup_actpass, {sdp::fingerprint("sha-1", line->GetLocalFingerPrint())});
     line->buildMuliCaps(rtp.cmulti);

@@ -61,6 +61,17 @@ bool CMediaConnectionInfo::IsSipCall() const
     return FromSink([](CMediaConnection& c) { return c.IsSipCall(); });
 }
 
+int CMediaConnectionInfo::GetClientType() const
+{
+    if (!m_sink) {
+        CM_ASSERT_REPORT("m_sink");
+        return 0;
+    }
+    return m_sink->GetClientType();
+}
+
+bool CMediaConnectionInfo::IsDtlsSRTPEnabled() const { return IsDtlsInUse(); }
+
 ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionType type, unsigned long mid)
 {
     m_bCleaning = false;
@@ -181,11 +192,14 @@ void CMediaConnectionInfo::PortRangeOf(ZynSessionType type, uint16_t& minPort, u
 ZynResult CMediaConnectionInfo::CreateConnector()
 {
     const int clientType = m_sink ? m_sink->GetClientType() : 0;
-    if (clientType == 2 || clientType == 4)
+    std::shared_ptr<IIceConnector> connector;
+    if (clientType == 2 || clientType == 4) {
         MS_INFO_TRACE("CMediaConnectionInfo::Init, create CIceConnectorQLOX object" << LINE_TAIL);
-    else
+        connector = createIceConnectorWithQLOXGatewalk(this, GetIdentityCallId());
+    } else {
         MS_INFO_TRACE("CMediaConnectionInfo::Init, create CIceConnector object" << LINE_TAIL);
-    auto connector = std::make_shared<CIceConnector>(this, GetIdentityCallId());
+        connector = createIceConnector(this, GetIdentityCallId());
+    }
     m_iceConnector.Set(connector);
     if (!m_iceConnector.Get()) {
         MS_ERROR_TRACE("CMediaConnectionInfo::Init, m_pIceConnector == nullptr" << LINE_TAIL);
@@ -194,6 +208,7 @@ ZynResult CMediaConnectionInfo::CreateConnector()
     uint16_t minPort = 0, maxPort = 0;
     PortRangeOf(m_type, minPort, maxPort);
     m_iceConnector.SetSessionType(m_type);
+    if (m_sink) m_iceConnector.SetGlobalConfig(&m_sink->GetGlobalConfigImpl());
     m_iceConnector.SetPortRange(minPort, maxPort);
     m_iceConnector.SetNetworkThreadType(m_nThreadType);
     return ZYN_S_OK;
@@ -229,7 +244,9 @@ ZynResult CMediaConnectionInfo::StartListen(const CCmInetAddr& address, bool gat
     if (!m_eqNetwork || !m_networkThread) return ZYN_E_POINTER;
     m_bStopListen = false;
     const bool ice = m_sink && m_sink->IsICEEnabled();
-    const ZynConnectionPolicy policy = ZynConnectionPolicy_UDP;
+    ZynConnectionPolicy policy = ZynConnectionPolicy_UDP;
+    if (m_sink && m_sink->GetGlobalConfigImpl().IsRelayOnly()) policy |= ZynConnectionPolicy_RelayOnly;
+    const bool servers = ice && m_sink && m_sink->GetGlobalConfigImpl().getICEServerNum() > 0;
     ZynResult collected = ZYN_S_OK;
     CmResult sent = CmInvokeInThread(m_networkThread, false, [&] {
         m_iceConnector.setNonListen(nonListen);
@@ -245,9 +262,27 @@ ZynResult CMediaConnectionInfo::StartListen(const CCmInetAddr& address, bool gat
     if (collected != ZYN_S_OK) return ZYN_E_GATHERFAILED;
     MS_INFO_TRACE("CMediaConnectionInfo::StartListen, address=" << address.GetIpDisplayName() << ", ice=" << ice
                   << LINE_TAIL);
-
+    m_pendingListenSteps.store(servers ? 2 : 1);
+    if (servers) {
+        // The description waits for the servers' candidates: a relay that is not in the offer is of
+        // no use to the peer. Each server answers or gives up within seconds.
+        CMediaConnectionPtr connection(m_sink);
+        const unsigned long mid = m_mid;
+        CmInvokeInThread(m_networkThread, true, [this, connection, mid] {
+            m_iceConnector.allocateTurnRelayedAndReflexiveAddress(false, [this, connection, mid](bool ok, const std::string&) {
+                MS_INFO_TRACE("CMediaConnectionInfo::StartListen, servers gathered, relay=" << ok << LINE_TAIL);
+                ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
+                if (!main) return;
+                CmInvokeInThread(main, true, [this, connection, mid] {
+                    if (connection->FindConnection(mid) == this) OnListenStepDone();
+                    return CM_OK;
+                });
+            });
+            return CM_OK;
+        });
+    }
     if (!m_sink || !m_sink->IsDtlsSRTPEnabled()) {
-        OnListenDone();
+        OnListenStepDone();
         return ZYN_S_OK;
     }
     auto* event = new CCertificateReadyEvent(m_sink, this, m_mid);
@@ -272,12 +307,20 @@ void CMediaConnectionInfo::OnCertificateReady()
         if (m_chLocalFingerPrint.empty() && GenerateFingerPrint(m_pDtlsCert, m_chLocalFingerPrint) != CM_OK)
             MS_ERROR_TRACE("CMediaConnectionInfo::OnCertificateReady, no fingerprint" << LINE_TAIL);
     }
-    OnListenDone();
+    if (m_networkThread) {
+        const CCmString cert = m_pDtlsCert, key = m_pDtlsPriKey;
+        CmInvokeInThread(m_networkThread, false, [this, &cert, &key] {
+            m_iceConnector.SetDtlsCertification(cert, key, CCmInetAddr());
+            return CM_OK;
+        });
+    }
+    OnListenStepDone();
 }
 
-void CMediaConnectionInfo::OnListenDone()
+void CMediaConnectionInfo::OnListenStepDone()
 {
     m_certificateObserver = nullptr;
+    if (m_pendingListenSteps.load() > 0 && --m_pendingListenSteps > 0) return;
     m_bPortSelected.store(true);
     if (m_sink) m_sink->onPortSelected(this);
 }
@@ -295,9 +338,10 @@ ZynResult CMediaConnectionInfo::StopListen()
 ZynResult CMediaConnectionInfo::Disconnect_i(bool cleanup, bool stopListen)
 {
     m_bStopListen = stopListen;
+    m_bSendStarted.store(false);
     if (!m_networkThread || !m_eqNetwork) return ZYN_E_WRONGSTATE;
     CmResult r = CmInvokeInThread(m_networkThread, false, [this, cleanup] {
-        m_iceConnector.CleanUp(cleanup, m_bStopListen);
+        Disconnect(cleanup);
         return CM_OK;
     });
     if (r != CM_OK) {
@@ -306,21 +350,6 @@ ZynResult CMediaConnectionInfo::Disconnect_i(bool cleanup, bool stopListen)
     }
     return r;
 }
-
-void CMediaConnectionInfo::OnReceive(CCmMessageBlock&, ICmTransport*, CCmTransportParameter*)
-{
-    m_receivedPackets.fetch_add(1);
-}
-
-void CMediaConnectionInfo::OnSend(ICmTransport*, CCmTransportParameter*) {}
-
-void CMediaConnectionInfo::OnDisconnect(CmResult reason, ICmTransport*)
-{
-    MS_WARNING_TRACE("CMediaConnectionInfo::OnDisconnect, reason=" << reason << LINE_TAIL);
-}
-
-ZynResult CMediaConnectionInfo::SendRTPPacket(const uint8_t*, uint32_t) { return ZYN_E_FAIL; }
-ZynResult CMediaConnectionInfo::SendRTCPPacket(const uint8_t*, uint32_t) { return ZYN_E_FAIL; }
 
 void CMediaConnectionInfo::Stop()
 {
@@ -342,6 +371,16 @@ void CMediaConnectionInfo::Cleanup()
     if (m_certificateObserver && CCertficateGenerator::Instance()->UnRegisterObserver(m_certificateObserver) == 0)
         m_certificateObserver->OnDestorySelf();
     m_certificateObserver = nullptr;
+    // The connector's sockets and timers go first: they call into the line and its session.
+    if (m_networkThread && m_networkThread->GetEventQueue())
+        CmInvokeInThread(m_networkThread, false, [this] {
+            m_reconnectTimer.Cancel();
+            ReleaseTransports();
+            m_iceConnector.Set(nullptr);
+            return CM_OK;
+        });
+    else
+        m_iceConnector.Set(nullptr);
     if (m_pLocalTrack) {
         if (m_pZynSession) m_pZynSession->RemoveTrack(m_pLocalTrack);
         m_pLocalTrack->Uninit();
@@ -354,14 +393,6 @@ void CMediaConnectionInfo::Cleanup()
         m_pZynSession->Release();
         m_pZynSession = nullptr;
     }
-    // The connector's sockets and threads go before the line they call back into.
-    if (m_networkThread && m_networkThread->GetEventQueue())
-        CmInvokeInThread(m_networkThread, false, [this] {
-            m_iceConnector.Set(nullptr);
-            return CM_OK;
-        });
-    else
-        m_iceConnector.Set(nullptr);
     m_eqNetwork = nullptr;
     m_networkThread = nullptr;
     m_sink = nullptr;

@@ -5,8 +5,11 @@
 // the network thread of its type (audio "t-neta", video "t-netv", share and application "t-nets").
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
+#include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -61,21 +64,50 @@ public:
     // Port range of the line's kind.
     static void PortRangeOf(ZynSessionType type, uint16_t& minPort, uint16_t& maxPort);
 
-    // IceConnectorSink (network thread).
+    // IceConnectorSink (network thread): the path, its keys and what arrives on it.
+    void OnIceComplete(CmResult reason, ICmTransport* const* transports, int count, int origin, bool update) override;
+    void OnIceCheckListReady(int origin) override;
+    void UpdateIceMetricsForSipCall(CmResult reason, ICmTransport* const* transports, int count) override;
+    void OnMappedPortChangedInKeepalive(int index) override;
+    ZynResult setupSrtpCrypto(int direction, const char* suite, const char* key, int flag, int value) override;
+    bool IsDtlsSRTPEnabled() const override;
+    int GetClientType() const override;
+    bool IsSipCall() const override;
     void OnReceive(CCmMessageBlock& data, ICmTransport* transport, CCmTransportParameter* parameter) override;
     void OnSend(ICmTransport* transport, CCmTransportParameter* parameter) override;
     void OnDisconnect(CmResult reason, ICmTransport* transport) override;
-    uint64_t GetReceivedPackets() const { return m_receivedPackets.load(); }
+    uint64_t GetReceivedPackets() const { return m_uRTPReceived.load(); }
+    uint64_t GetSentPackets() const { return m_uRTPSent.load(); }
+    uint64_t GetReceivedPacketsAtVid(uint8_t vid) const { return m_vidReceived[vid].load(); }
     // The process certificate exists: take it and its fingerprint, then report the ports.
     void OnCertificateReady();
     const std::string& GetLocalFingerPrint() const { return m_chLocalFingerPrint; }
 
-    // IZynMediaTransport: nothing is connected yet, so there is nowhere to send.
+    // Connecting (main thread): the remote ICE capabilities, the address of the m line, the role
+    // (the offerer controls), the connection type, mux, and the negotiated DTLS. The work runs on
+    // the network thread.
+    ZynResult Connect(const sdp::optional_value<sdp::ice_caps>& ice, const CCmInetAddr& remote, bool controlling,
+                      unsigned int connectionType, bool rtcpMux, sdp::dtls_setup_role localDtlsRole,
+                      const sdp::optional_value<sdp::dtls_caps>& remoteDtls);
+    // The SDES keys the negotiation agreed, to the engine.
+    void setupSdesKeys();
+    // A transport carries the line (or an external transport was given).
+    bool IsConnected() const { return m_pTransports[0].load() != nullptr; }
+    bool HasRtcpTransport() const { return m_pTransports[1].load() != nullptr; }
+    // Concluded path: "local -> remote" of the RTP transport, empty before.
+    std::string GetSelectedPair() const;
+    const std::string& GetSrtpSuite() const { return m_srtpCryptoSuite; }
+
+    // IZynMediaTransport (engine threads): packets cross to the network thread.
     int32_t GetTransportType() override { return m_transportType; }
     ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) override;
+    ZynResult SendApplicationData(const uint8_t* data, uint32_t length);
+    // Network thread: sends the block or queues it behind earlier ones on a stream transport; a null
+    // block drains the queue.
+    CmResult Send_i(std::unique_ptr<CCmMessageBlock> block, int index);
 
-    void OnTimer(CCmTimerWrapperID*) override {}
+    void OnTimer(CCmTimerWrapperID* id) override;
 
     // IMediaConfigOwner
     bool IsCallStarted() const override;
@@ -113,7 +145,7 @@ public:
     void buildMuliCaps(sdp::optional_value<sdp::cmulti_caps>& out);
     // The line's ICE credentials and candidates (empty without ICE) and the address the m line
     // carries; the address's port is 0 while the line has no port.
-    void GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address);
+    void GetIceCandidates(sdp::optional_value<sdp::ice_caps>& caps, CCmInetAddr& address);
     const CCmInetAddr& GetSdpAddress() const { return m_sdpAddress; }
     // What the negotiation agreed, kept for the engine set-up of the connect.
     void setupDecodeCodecs(const std::vector<sdp::codec>& codecs) { m_decodeCodecs = codecs; }
@@ -141,12 +173,12 @@ public:
     void SetDirection(int32_t direction) { m_nDirection = direction; }
     IZynMediaSession* GetZynSession() const { return m_pZynSession; }
     IZynMediaTrack* GetLocalEngineTrack() const { return m_pLocalTrack; }
+    IZynMediaTrack* GetRemoteEngineTrack(size_t vid) const { return vid < m_remoteTracks.size() ? m_remoteTracks[vid] : nullptr; }
     int GetThreadType() const { return m_nThreadType; }
     int GetMaxSources() const { return m_maxSources; }
     bool GetCVOSend() const { return m_bCVOSend; }
     bool GetCVORecv() const { return m_bCVORecv; }
     uint32_t GetLocalCSI() const { return m_localCsi; }
-    bool IsSipCall() const;
     CMediaConnection* GetMediaConnection() const { return m_sink; }
 
     // Network thread type of a session type.
@@ -168,8 +200,19 @@ private:
     void PostMediaReady(ZynDirection direction);
     void ReleaseRemoteTracks();
     ZynResult CreateConnector();
-    void OnListenDone();
+    // Listening ends when the certificate (with DTLS) and the servers' candidates are there.
+    void OnListenStepDone();
     ZynTrackKind LocalTrackKind() const;
+    // Data plane (MediaConnectionInfoRtp.cpp), network thread.
+    void ReceiveRTP(const uint8_t* data, uint32_t size);
+    void ReceiveRTCP(const uint8_t* data, uint32_t size);
+    ZynResult PostSend(const uint8_t* data, uint32_t length, bool rtcp);
+    // Connected state (MediaConnectionInfoNetwork.cpp).
+    void SessionConnected(bool transportChanged);
+    void StartSendEvent();
+    void Disconnect(bool cleanup);
+    void ReleaseTransports();
+    void ReportStatus(int status);
 
     CMediaConnection* m_sink = nullptr;  // the connection; cleared by Cleanup
     unsigned long m_mid = 0;
@@ -190,9 +233,33 @@ private:
     ACmThread* m_networkThread = nullptr;
     CIceConnectorWrapper m_iceConnector;
     std::atomic<bool> m_bPortSelected{false};
-    std::atomic<uint64_t> m_receivedPackets{0};
+    std::atomic<int> m_pendingListenSteps{0};  // main thread, and the network thread's completion
     bool m_bStopListen = true;
     ICmEvent* m_certificateObserver = nullptr;  // registered with the generator, not yet fired
+    // The path: index 0 RTP, 1 RTCP (null with mux). Written on the network thread, which owns the
+    // references; engine threads only test them.
+    std::atomic<ICmTransport*> m_pTransports[2] = {nullptr, nullptr};
+    bool m_bSendBlocked[2] = {false, false};                          // network thread
+    std::deque<std::unique_ptr<CCmMessageBlock>> m_sendQueue[2];      // network thread
+    uint32_t m_transportFlags[2] = {0, 0};                            // network thread
+    std::atomic<uint32_t> m_uRTPReceived{0};
+    std::atomic<uint32_t> m_uRTPSent{0};
+    std::array<std::atomic<uint32_t>, 256> m_vidReceived{};
+    std::mutex m_rtcpMutex;
+    uint64_t m_rtcpPackets[2] = {0, 0};  // guarded by m_rtcpMutex: received, sent
+    uint64_t m_rtcpBytes[2] = {0, 0};    // guarded by m_rtcpMutex
+    std::unique_ptr<uint8_t[]> m_pReceiveBuffer;  // network thread: a chained packet made flat
+    std::string m_srtpCryptoSuite;
+    uint32_t m_uConnectFailures = 0;     // network thread
+    bool m_bReconnecting = false;        // network thread
+    std::atomic<bool> m_bFirstRtpSend{true};
+    std::atomic<bool> m_bFirstRtpRecv{true};
+    std::atomic<bool> m_bSendStarted{false};
+    bool m_bStartedSending = false;
+    uint64_t m_connectStartTick = 0;
+    uint64_t m_connectedTick = 0;
+    CCmInetAddr m_connectAddr;
+    CCmTimerWrapperID m_reconnectTimer;  // network thread
     std::string m_chLocalFingerPrint;
     // The process certificate and key, copied on first use by any line.
     CAudioConfig m_audioConfig{this};

@@ -5,6 +5,7 @@
 
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
+#include "tp/CmThreadManager.h"
 #include "util/CmBase64.h"
 #include "util/CmTrace.h"
 #include "zyn/ZynCodecs.h"
@@ -137,9 +138,14 @@ void CMediaConnectionInfo::buildMuliCaps(sdp::optional_value<sdp::cmulti_caps>& 
     out = sdp::cmulti_caps({source}, {sdp::sprop_simul(0, 0, "100", {"*"})}, 9);
 }
 
-void CMediaConnectionInfo::GetIceCandidates(sdp::ice_caps& caps, CCmInetAddr& address)
+void CMediaConnectionInfo::GetIceCandidates(sdp::optional_value<sdp::ice_caps>& caps, CCmInetAddr& address)
 {
-    m_iceConnector.GetIceCandidates(caps, address);
+    // The connector belongs to the network thread: the description asks it there.
+    if (!m_networkThread) return;
+    CmInvokeInThread(m_networkThread, false, [&] {
+        m_iceConnector.GetIceCandidates(caps, address);
+        return CM_OK;
+    });
     m_sdpAddress = address;
 }
 
@@ -173,6 +179,16 @@ void CMediaConnectionInfo::setupSrtp(const std::vector<sdp::crypto>& remote, con
         m_negotiatedCryptos[0].push_back(c);
         break;
     }
+}
+
+void CMediaConnectionInfo::setupSdesKeys()
+{
+    if (IsDtlsInUse() || m_negotiatedCryptos[0].empty() || m_negotiatedCryptos[1].empty()) return;
+    const sdp::crypto& local = m_negotiatedCryptos[0].front();
+    const sdp::crypto& remote = m_negotiatedCryptos[1].front();
+    if (local.keys.empty() || remote.keys.empty()) return;
+    setupSrtpCrypto(1, local.suite.c_str(), local.keys.front().key.c_str(), 0, 0);
+    setupSrtpCrypto(2, remote.suite.c_str(), remote.keys.front().key.c_str(), 0, 0);
 }
 
 }  // namespace zyn

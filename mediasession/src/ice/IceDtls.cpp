@@ -1,0 +1,151 @@
+// DTLS over the selected path: the handshake starts with the conclusion (or with the plain path's
+// transports), is taken only from pairs the peer proved with its credentials, and ends in SRTP keys
+// for the line. The session owns no timer: its retransmissions run on the connector's. Network
+// thread.
+#include <openssl/crypto.h>
+
+#include <cstring>
+
+#include "ice/IceConnectorImpl.h"
+#include "ice/IceTrace.h"
+#include "util/CmBase64.h"
+
+namespace zyn {
+
+namespace {
+
+// The one profile both ends offer in use_srtp.
+constexpr const char* kDtlsSrtpSuite = "AES_CM_128_HMAC_SHA1_80";
+
+}  // namespace
+
+template <class P>
+void CIceConnectorT<P>::RecreateDtls()
+{
+    if (m_dtls) {
+        CmDtls_Destroy(m_dtls);
+        m_dtls = nullptr;
+    }
+    if (m_dtlsCert.empty() || m_dtlsKey.empty()) {
+        ICE_ERROR("CIceConnector::RecreateDtls, no local certificate");
+        return;
+    }
+    m_dtls = CmDtls_Create(m_dtlsCert, m_dtlsKey, m_dtlsRole, this);
+    if (!m_dtls) ICE_ERROR("CIceConnector::RecreateDtls, the DTLS session could not be made");
+}
+
+template <class P>
+int CIceConnectorT<P>::CheckDtlsState()
+{
+    if (!m_dtls) return CM_DTLS_STATE_IDLE;
+    if (CmDtls_GetState(m_dtls) == CM_DTLS_STATE_IDLE) {
+        ICE_INFO("CIceConnector::CheckDtlsState, start dtls connect, role="
+                 << (m_dtlsRole == CM_DTLS_ROLE_CLIENT ? "client" : "server"));
+        CmDtls_Connect(m_dtls);
+        ScheduleDtlsRetransmit();
+    }
+    return CmDtls_GetState(m_dtls);
+}
+
+template <class P>
+void CIceConnectorT<P>::ScheduleDtlsRetransmit()
+{
+    const int due = m_dtls ? CmDtls_GetTimeout(m_dtls) : -1;
+    if (due < 0) {
+        m_timers->Cancel(IceTimer::DtlsRetransmit);
+        return;
+    }
+    m_timers->Schedule(IceTimer::DtlsRetransmit, due > 0 ? static_cast<uint32_t>(due) : 1u, 1);
+}
+
+template <class P>
+void CIceConnectorT<P>::ReadDtls(const uint8_t* bytes, size_t length, ICmTransport* transport,
+                                 CIceConnectionContext* context)
+{
+    static thread_local uint32_t s_untrusted = 0;
+    m_dtlsReceived += static_cast<unsigned int>(length);
+    // With ICE the peer proves a pair with its credentials before DTLS is taken from it; the plain
+    // path has only the transports it connected to.
+    const bool plain = !m_bIceEnable || m_remoteIce.empty();
+    const bool trusted = plain ? (transport == m_Transports[0] || transport == m_Transports[1])
+                               : (context && context->isTrusted);
+    if (!trusted) {
+        if (s_untrusted++ % 100 == 0) ICE_WARN("Dropping DTLS packets from untrusted transport.");
+        return;
+    }
+    if (!m_dtls) return;
+    m_dtlsTransport = transport;
+    if (CmDtls_GetState(m_dtls) == CM_DTLS_STATE_IDLE) CmDtls_Connect(m_dtls);
+    CmDtls_ReadData(m_dtls, bytes, length);
+    ScheduleDtlsRetransmit();
+}
+
+template <class P>
+void CIceConnectorT<P>::OnDtlsSend(const uint8_t* data, size_t length)
+{
+    ICmTransport* t = m_Transports[0] ? m_Transports[0] : m_dtlsTransport;
+    if (!t) return;
+    if (SendOnTransport(t, data, length) == CM_OK) m_dtlsSent += static_cast<unsigned int>(length);
+}
+
+template <class P>
+void CIceConnectorT<P>::OnDtlsConnected()
+{
+    m_timers->Cancel(IceTimer::DtlsRetransmit);
+    CmDtlsSrtpKeys keys;
+    if (CmDtls_ExportKey(m_dtls, keys) != CM_OK) {
+        OnDtlsFailed("no keying material");
+        return;
+    }
+    // RFC 5764: the client sends with the client's key and salt and the server with the server's.
+    uint8_t local[30], remote[30];
+    const bool client = m_dtlsRole == CM_DTLS_ROLE_CLIENT;
+    std::memcpy(local, client ? keys.clientKey : keys.serverKey, 16);
+    std::memcpy(local + 16, client ? keys.clientSalt : keys.serverSalt, 14);
+    std::memcpy(remote, client ? keys.serverKey : keys.clientKey, 16);
+    std::memcpy(remote + 16, client ? keys.serverSalt : keys.clientSalt, 14);
+    std::string sendKey, receiveKey;
+    CM_Base64Encode(local, sizeof local, sendKey);
+    CM_Base64Encode(remote, sizeof remote, receiveKey);
+    OPENSSL_cleanse(local, sizeof local);
+    OPENSSL_cleanse(remote, sizeof remote);
+    OPENSSL_cleanse(&keys, sizeof keys);
+    if (m_sink) {
+        m_sink->setupSrtpCrypto(1, kDtlsSrtpSuite, sendKey.c_str(), 0, 0);
+        m_sink->setupSrtpCrypto(2, kDtlsSrtpSuite, receiveKey.c_str(), 0, 0);
+    }
+    OPENSSL_cleanse(sendKey.data(), sendKey.size());
+    OPENSSL_cleanse(receiveKey.data(), receiveKey.size());
+    // With ICE the line hears of the path only now, keyed; a handshake that finished before our own
+    // conclusion is reported by the conclusion.
+    if (m_bIceEnable && m_iceInst && m_bIceCompleted && !m_bIceAggressiveNotified) {
+        if (P::ICELIB_isIceComplete(m_iceInst.get())) m_bIceAggressiveNotified = true;
+        m_notifyIceComplete = false;
+        const int count = (m_Transports[0] ? 1 : 0) + (m_Transports[1] ? 1 : 0);
+        if (m_sink) {
+            m_sink->OnIceComplete(0, m_Transports, count, ZynIceOrigin_Ice, false);
+            m_sink->OnIceCheckListReady(ZynIceOrigin_Ice);
+        }
+    }
+    if (!(IsSipCall() && m_bIceEnable)) {
+        m_rtcpSeedsLeft = 5;
+        m_timers->Schedule(IceTimer::RtcpSeed, 100, 5);
+    }
+    m_dtlsConnectedMs = Now() - m_checkStartMs;
+    ICE_INFO("CIceConnector::OnDtlsConnected, dtls metric m_uiDtlsConnected=" << m_dtlsConnectedMs);
+}
+
+template <class P>
+void CIceConnectorT<P>::OnDtlsFailed(const char* reason)
+{
+    m_timers->Cancel(IceTimer::DtlsRetransmit);
+    ICE_ERROR("CIceConnector::OnDtlsFailed, the DTLS handshake failed: " << (reason ? reason : "unknown"));
+    // No keys, no media: the line hears a failed connection and tries again, and ends the session
+    // when that fails too.
+    if (m_sink) m_sink->OnIceComplete(CM_ERROR_FAILURE, m_Transports, 0, ZynIceOrigin_Ice, false);
+}
+
+template class CIceConnectorT<ice::ZynProfile>;
+template class CIceConnectorT<ice::QloxProfile>;
+
+}  // namespace zyn

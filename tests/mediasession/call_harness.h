@@ -1,0 +1,128 @@
+// Two connections of one process in a whole call, as an application drives them: descriptions
+// travel between the sinks, statuses are collected, and the lines can be read back underneath.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "connection/MediaConnection.h"
+#include "ice/IceConnectorImpl.h"
+#include "line/MediaConnectionInfo.h"
+#include "mediasession/ZynMediaConfig.h"
+#include "mediasession/ZynMediaConnection.h"
+#include "test_support.h"
+
+namespace mstest {
+
+// One side: its descriptions and every status each line reported.
+struct CallSink : IZynMediaConnectionSink {
+    void OnSDPReady(ZynSdpType type, const char* sdp) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        (type == ZynSdpType_Offer ? offer : answer) = sdp ? sdp : "";
+        changed.notify_all();
+    }
+    void OnSessionStatus(unsigned long mid, ZynSessionType, int status) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        statuses[mid].push_back(status);
+        changed.notify_all();
+    }
+    void OnError(int code, void*) override
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        errors.push_back(code);
+    }
+    // Until pred holds under the lock, or the bound passes (a failure, never a pacing sleep).
+    bool Wait(const std::function<bool()>& pred, std::chrono::milliseconds bound = std::chrono::seconds(20))
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, bound, pred);
+    }
+    bool Saw(unsigned long mid, int status)
+    {
+        for (int s : statuses[mid])
+            if (s == status) return true;
+        return false;
+    }
+    int Count(unsigned long mid, int status)
+    {
+        int n = 0;
+        for (int s : statuses[mid]) n += s == status;
+        return n;
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::string offer, answer;
+    std::map<unsigned long, std::vector<int>> statuses;
+    std::vector<int> errors;
+};
+
+struct CallLine {
+    ZynSessionType type;
+    unsigned long mid;
+};
+
+// Both connections with the same settings; `configure` runs on each before the offer.
+class CallPair {
+public:
+    CallPair(std::vector<CallLine> lines, const std::function<void(zyn::CMediaConnection&)>& configure)
+        : m_lines(std::move(lines))
+    {
+        for (int i = 0; i < 2; ++i) {
+            CreateMediaConnection(&m_conn[i], static_cast<unsigned int>(100 + i));
+            m_impl[i] = static_cast<zyn::CMediaConnection*>(m_conn[i]);
+            m_conn[i]->SetSink(&sink[i]);
+            configure(*m_impl[i]);
+            for (const CallLine& l : m_lines) m_conn[i]->AddMedia(l.type, ZynDirection_SendRecv, l.mid, nullptr);
+        }
+    }
+    ~CallPair()
+    {
+        for (int i = 0; i < 2; ++i) {
+            IZynMediaConnection* c = m_conn[i];
+            OnMain([c] { c->Stop(); });
+            c->Release();
+        }
+        OnMain();
+    }
+    // A offers, B answers, A takes the answer: each call on the main thread, as the API asks.
+    bool Exchange()
+    {
+        ZynResult r = ZYN_E_FAIL;
+        OnMain([&] { r = m_conn[0]->CreateOffer(); });
+        if (r != ZYN_S_OK || !sink[0].Wait([&] { return !sink[0].offer.empty(); })) return false;
+        OnMain([&] { r = m_conn[1]->SetReceivedSDP(ZynSdpType_Offer, sink[0].offer.c_str(), nullptr, nullptr); });
+        if (r != ZYN_S_OK) return false;
+        OnMain([&] { r = m_conn[1]->CreateAnswer(); });
+        if (r != ZYN_S_OK || !sink[1].Wait([&] { return !sink[1].answer.empty(); })) return false;
+        OnMain([&] { r = m_conn[0]->SetReceivedSDP(ZynSdpType_Answer, sink[1].answer.c_str(), nullptr, nullptr); });
+        return r == ZYN_S_OK;
+    }
+    // Every line of both sides reported this status.
+    bool WaitAll(int status, std::chrono::milliseconds bound = std::chrono::seconds(20))
+    {
+        for (int i = 0; i < 2; ++i)
+            for (const CallLine& l : m_lines)
+                if (!sink[i].Wait([&] { return sink[i].Saw(l.mid, status); }, bound)) return false;
+        return true;
+    }
+    zyn::CMediaConnectionInfo* Line(int side, unsigned long mid) { return m_impl[side]->FindConnection(mid); }
+    IZynMediaConnection* Conn(int side) { return m_conn[side]; }
+    zyn::CMediaConnection* Impl(int side) { return m_impl[side]; }
+
+    CallSink sink[2];
+
+private:
+    std::vector<CallLine> m_lines;
+    IZynMediaConnection* m_conn[2] = {nullptr, nullptr};
+    zyn::CMediaConnection* m_impl[2] = {nullptr, nullptr};
+};
+
+}  // namespace mstest
