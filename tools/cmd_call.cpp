@@ -1,11 +1,18 @@
-// `mediasession version` and `mediasession call`: the main job, a call between two connections in
-// one process, through the library's public API only.
+// `mediasession version` and `mediasession call`: the main job, a whole call through the library's
+// public API only. By default two connections in one process on loopback trade an offer and an
+// answer, connect with ICE, key SRTP with DTLS and carry audio and video both ways for a few
+// seconds; `--listen` and `--connect` put the two sides in two processes.
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "call_exchange.h"
+#include "call_side.h"
+#include "call_signal.h"
 #include "command.h"
 #include "mediasession/ZynMediaConfig.h"
 #include "mediasession/ZynMediaEngine.h"
@@ -13,7 +20,15 @@
 namespace {
 
 constexpr const char* kCallUsage =
-    "call [--sdp-only] [--media audio,video,share,audio-slide,application] [--insecure-logs] [--save DIR]";
+    "call [--media LIST] [--duration SEC] [--sdes | --no-srtp] [--no-ice] [--no-mux] [--client-type N] "
+    "[--stun HOST:PORT] [--turn USER:PASS@HOST:PORT[?transport=tcp]] [--relay-only] [--local ADDR] "
+    "[--listen ADDR:PORT | --connect ADDR:PORT] [--json] [--sdp-only] [--insecure-logs] [--save DIR]";
+
+// Bounds of the steps of a call; none is a pacing sleep, each ends as soon as its event came.
+constexpr int kGatherMs = 15000;
+constexpr int kConnectMs = 30000;
+constexpr int kFirstMediaMs = 10000;
+constexpr int kSignalMs = 60000;
 
 int RunVersion(const std::vector<std::string>&)
 {
@@ -26,6 +41,18 @@ int RunVersion(const std::vector<std::string>&)
 
 struct CallOptions {
     bool sdpOnly = false;
+    bool json = false;
+    bool ice = true;
+    bool dtls = true;
+    bool sdes = false;
+    bool mux = true;
+    bool relayOnly = false;
+    int clientType = 0;
+    int duration = 3;
+    std::string local;
+    std::string listen;
+    std::string connect;
+    std::vector<tagICEServer> servers;
     std::vector<ZynSessionType> media{ZynSessionType_Audio, ZynSessionType_Video};
     tool::ExchangeOptions exchange;
 };
@@ -45,56 +72,385 @@ bool ParseMedia(const std::string& list, std::vector<ZynSessionType>& out)
     return !out.empty();
 }
 
+// "HOST:PORT" (or "[HOST]:PORT") into the record.
+bool ParseServer(const std::string& text, ZynIceServerKind kind, tagICEServer& out)
+{
+    std::string host, port;
+    if (!text.empty() && text[0] == '[') {
+        const size_t close = text.find(']');
+        if (close == std::string::npos || text.compare(close + 1, 1, ":") != 0) return false;
+        host = text.substr(1, close - 1);
+        port = text.substr(close + 2);
+    } else {
+        const size_t colon = text.rfind(':');
+        if (colon == std::string::npos) return false;
+        host = text.substr(0, colon);
+        port = text.substr(colon + 1);
+    }
+    const int number = std::atoi(port.c_str());
+    if (host.empty() || host.size() >= sizeof out.host || number <= 0 || number > 65535) return false;
+    std::snprintf(out.host, sizeof out.host, "%s", host.c_str());
+    out.port = static_cast<uint16_t>(number);
+    out.kind = kind;
+    return true;
+}
+
+// USER:PASS@HOST:PORT[?transport=tcp]
+bool ParseTurn(std::string text, tagICEServer& out)
+{
+    out = tagICEServer{};
+    const std::string tcp = "?transport=tcp";
+    if (text.size() > tcp.size() && text.compare(text.size() - tcp.size(), tcp.size(), tcp) == 0) {
+        out.transport = 1;
+        text.resize(text.size() - tcp.size());
+    }
+    const size_t at = text.rfind('@');
+    const size_t colon = text.find(':');
+    if (at == std::string::npos || colon == std::string::npos || colon > at) return false;
+    const std::string user = text.substr(0, colon), pass = text.substr(colon + 1, at - colon - 1);
+    if (user.size() >= sizeof out.username || pass.size() >= sizeof out.password) return false;
+    std::snprintf(out.username, sizeof out.username, "%s", user.c_str());
+    std::snprintf(out.password, sizeof out.password, "%s", pass.c_str());
+    return ParseServer(text.substr(at + 1), ZynIceServer_TURN, out);
+}
+
 // 0: run; 1: bad usage; 2: help printed.
-int ParseOptions(const std::vector<std::string>& args, CallOptions& options)
+int ParseOptions(const std::vector<std::string>& args, CallOptions& o)
 {
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
+        const bool hasValue = i + 1 < args.size();
         if (a == "-h" || a == "--help") {
             std::printf("usage: mediasession %s\n", kCallUsage);
             return 2;
         }
-        if (a == "--sdp-only") {
-            options.sdpOnly = true;
-        } else if (a == "--insecure-logs") {
-            options.exchange.insecure = true;
-        } else if (a == "--media" && i + 1 < args.size()) {
-            if (!ParseMedia(args[++i], options.media)) return 1;
-        } else if (a == "--save" && i + 1 < args.size()) {
-            options.exchange.saveDir = args[++i];
+        if (a == "--sdp-only") o.sdpOnly = true;
+        else if (a == "--json") o.json = true;
+        else if (a == "--insecure-logs") o.exchange.insecure = true;
+        else if (a == "--sdes") o.sdes = true, o.dtls = false;
+        else if (a == "--no-srtp") o.dtls = o.sdes = false;
+        else if (a == "--no-ice") o.ice = false;
+        else if (a == "--no-mux") o.mux = false;
+        else if (a == "--relay-only") o.relayOnly = true;
+        else if (a == "--media" && hasValue) {
+            if (!ParseMedia(args[++i], o.media)) return 1;
+        } else if (a == "--duration" && hasValue) {
+            o.duration = std::atoi(args[++i].c_str());
+            if (o.duration < 0 || o.duration > 3600) return 1;
+        } else if (a == "--client-type" && hasValue) {
+            o.clientType = std::atoi(args[++i].c_str());
+        } else if (a == "--stun" && hasValue) {
+            tagICEServer s{};
+            if (!ParseServer(args[++i], ZynIceServer_STUN, s)) return 1;
+            o.servers.push_back(s);
+        } else if (a == "--turn" && hasValue) {
+            tagICEServer s{};
+            if (!ParseTurn(args[++i], s)) return 1;
+            o.servers.push_back(s);
+        } else if (a == "--local" && hasValue) {
+            o.local = args[++i];
+        } else if (a == "--listen" && hasValue) {
+            o.listen = args[++i];
+        } else if (a == "--connect" && hasValue) {
+            o.connect = args[++i];
+        } else if (a == "--save" && hasValue) {
+            o.exchange.saveDir = args[++i];
         } else {
             return 1;
         }
     }
-    options.exchange.printDescriptions = options.sdpOnly;
+    if (!o.listen.empty() && !o.connect.empty()) return 1;
+    o.exchange.printDescriptions = o.sdpOnly;
     return 0;
 }
 
-// Lines that send get a local track at once, announced through OnMediaReady.
-int ExpectedMediaReady(const std::vector<ZynSessionType>& media)
-{
-    int n = 0;
-    for (ZynSessionType t : media) n += t != ZynSessionType_Application;
-    return n;
-}
+class Call {
+public:
+    explicit Call(const CallOptions& options) : m_o(options), m_out(options.json ? stderr : stdout) {}
 
-bool RunSides(IZynMediaConnection* a, tool::CallSide& sideA, IZynMediaConnection* b, tool::CallSide& sideB,
-              const CallOptions& options)
-{
-    bool ok = true;
-    for (auto [side, conn] : {std::pair{"A", a}, std::pair{"B", b}}) {
-        const std::string tag = std::string(side) + ": ";
-        if (options.exchange.insecure) conn->GetGlobalConfig()->EnableInsecureLogs(true);
+    int Run()
+    {
+        // No packet leaves the loopback interface unless asked: the lines see only these addresses.
+        if (!m_o.local.empty())
+            setenv("MEDIASESSION_ALLOWED_ADDRS", m_o.local.c_str(), 1);
+        else
+            setenv("MEDIASESSION_ALLOWED_ADDRS", "127.0.0.1", 0);
+        ZynRegisterMainThread();
+        InitMediaEngine(nullptr, nullptr, false, nullptr, false, 0);
+        const bool twoProcess = !m_o.listen.empty() || !m_o.connect.empty();
+        bool ok = twoProcess ? RunOneSide() : RunBothSides();
+        if (ok && !m_o.sdpOnly) ok = CarryMedia();
+        Stop();
+        return ok ? 0 : 1;
+    }
+
+private:
+    bool Make(tool::CallSide& side)
+    {
+        IZynMediaConnection* conn = nullptr;
+        if (!tool::Check(m_out, "create connection", CreateMediaConnection(&conn, 0)) || !conn) return false;
+        side.conn = conn;
+        conn->SetSink(&side);
+        IGlobalConfig* g = conn->GetGlobalConfig();
+        bool ok = tool::Check(m_out, "enable ICE", g->EnableICE(m_o.ice));
+        ok &= tool::Check(m_out, "DTLS-SRTP", g->EnableDtlsSRTP(m_o.dtls));
+        ok &= tool::Check(m_out, "SRTP", g->EnableSRTP(m_o.dtls || m_o.sdes));
+        ok &= tool::Check(m_out, "RTCP mux", g->EnableRTCPMux(m_o.mux));
+        ok &= tool::Check(m_out, "client type", g->SetClientType(m_o.clientType));
+        ok &= tool::Check(m_out, "relay only", g->EnableRelayOnly(m_o.relayOnly));
+        if (m_o.exchange.insecure) g->EnableInsecureLogs(true);
+        for (const tagICEServer& s : m_o.servers) ok &= tool::Check(m_out, "ICE server", g->AddICEServer(s));
         unsigned long mid = 0;
-        for (ZynSessionType type : options.media) {
-            const std::string what = tag + "add media type " + std::to_string(type) + " (mid " + std::to_string(mid) + ")";
-            ok &= tool::Check(what.c_str(), conn->AddMedia(type, ZynDirection_SendRecv, mid++, nullptr));
+        for (ZynSessionType type : m_o.media) {
+            ok &= tool::Check(m_out, "add media", conn->AddMedia(type, ZynDirection_SendRecv, mid, nullptr));
+            side.lines.push_back({type, mid++});
+        }
+        side.onConnected = [this, &side](unsigned long m) { PrintPath(side, m); };
+        return ok;
+    }
+
+    int ExpectedReady() const
+    {
+        int n = 0;
+        for (ZynSessionType t : m_o.media) n += t != ZynSessionType_Application;
+        return n;
+    }
+
+    bool Offer(tool::CallSide& side)
+    {
+        side.Start();
+        std::fprintf(m_out, "[%s]     0 ms  gathering candidates for the offer\n", side.Name());
+        if (!tool::Check(m_out, "create offer", side.conn->CreateOffer())) return false;
+        if (!tool::PumpUntil([&] { return !side.Sdp(ZynSdpType_Offer).empty(); }, kGatherMs)) {
+            std::fprintf(m_out, "[%s] no offer came\n", side.Name());
+            return false;
+        }
+        tool::PrintDescription(m_out, side.Name(), "offer", side.Sdp(ZynSdpType_Offer), m_o.exchange);
+        return tool::SaveDescription(m_o.exchange, "offer.sdp", side.Sdp(ZynSdpType_Offer));
+    }
+
+    bool Answer(tool::CallSide& side, const std::string& offer)
+    {
+        side.Start();
+        constexpr int kCapacity = 16;
+        _tagSdpParsedInfo info[kCapacity] = {};
+        int count = kCapacity;
+        if (!tool::Check(m_out, "set remote offer", side.conn->SetReceivedSDP(ZynSdpType_Offer, offer.c_str(), info, &count)))
+            return false;
+        if (m_o.sdpOnly) tool::PrintRecords(m_out, side.Name(), "offer", info, count, kCapacity);
+        std::fprintf(m_out, "[%s] %5lld ms  gathering candidates for the answer\n", side.Name(),
+                     static_cast<long long>(side.Elapsed()));
+        if (!tool::Check(m_out, "create answer", side.conn->CreateAnswer())) return false;
+        if (!tool::PumpUntil([&] { return !side.Sdp(ZynSdpType_Answer).empty(); }, kGatherMs)) {
+            std::fprintf(m_out, "[%s] no answer came\n", side.Name());
+            return false;
+        }
+        tool::PrintDescription(m_out, side.Name(), "answer", side.Sdp(ZynSdpType_Answer), m_o.exchange);
+        return tool::SaveDescription(m_o.exchange, "answer.sdp", side.Sdp(ZynSdpType_Answer));
+    }
+
+    bool TakeAnswer(tool::CallSide& side, const std::string& answer)
+    {
+        constexpr int kCapacity = 16;
+        _tagSdpParsedInfo info[kCapacity] = {};
+        int count = kCapacity;
+        const bool ok = tool::Check(m_out, "set remote answer",
+                                    side.conn->SetReceivedSDP(ZynSdpType_Answer, answer.c_str(), info, &count));
+        if (m_o.sdpOnly) tool::PrintRecords(m_out, side.Name(), "answer", info, count, kCapacity);
+        return ok;
+    }
+
+    bool RunBothSides()
+    {
+        m_sides.emplace_back(std::make_unique<tool::CallSide>("A", m_out));
+        m_sides.emplace_back(std::make_unique<tool::CallSide>("B", m_out));
+        tool::CallSide& a = *m_sides[0];
+        tool::CallSide& b = *m_sides[1];
+        if (!Make(a) || !Make(b)) return false;
+        tool::PumpUntil([&] { return a.MediaReady() >= ExpectedReady() && b.MediaReady() >= ExpectedReady(); }, 5000);
+        if (!Offer(a)) return false;
+        b.Start();
+        if (!Answer(b, a.Sdp(ZynSdpType_Offer)) || !TakeAnswer(a, b.Sdp(ZynSdpType_Answer))) return false;
+        if (m_o.sdpOnly) {
+            std::fprintf(m_out, "  negotiation state: A=%d B=%d\n", a.conn->GetSDPStatus(), b.conn->GetSDPStatus());
+            return a.conn->GetSDPStatus() == 3 && b.conn->GetSDPStatus() == 3;
+        }
+        return true;
+    }
+
+    bool RunOneSide()
+    {
+        const bool offerer = !m_o.connect.empty();
+        m_sides.emplace_back(std::make_unique<tool::CallSide>(offerer ? "A" : "B", m_out));
+        tool::CallSide& side = *m_sides[0];
+        if (!Make(side)) return false;
+        tool::PumpUntil([&] { return side.MediaReady() >= ExpectedReady(); }, 5000);
+        tool::SignalChannel channel;
+        std::string error, text;
+        if (offerer) {
+            if (!Offer(side)) return false;
+            if (!channel.Connect(m_o.connect, kSignalMs, error) || !channel.Send(side.Sdp(ZynSdpType_Offer), error) ||
+                !channel.Receive(text, kSignalMs, error))
+                return Fail(error);
+            return TakeAnswer(side, text);
+        }
+        std::fprintf(m_out, "[B] waiting for an offer on %s\n", m_o.listen.c_str());
+        if (!channel.Listen(m_o.listen, kSignalMs, error) || !channel.Receive(text, kSignalMs, error)) return Fail(error);
+        if (!Answer(side, text)) return false;
+        return channel.Send(side.Sdp(ZynSdpType_Answer), error) || Fail(error);
+    }
+
+    bool Fail(const std::string& why)
+    {
+        std::fprintf(stderr, "mediasession call: %s\n", why.c_str());
+        return false;
+    }
+
+    bool EveryLine(int status)
+    {
+        for (const auto& side : m_sides)
+            for (const tool::CallLine& l : side->lines)
+                if (l.type != ZynSessionType_Application && !side->Saw(l.mid, status)) return false;
+        return true;
+    }
+
+    bool Path(tool::CallSide& side, const tool::CallLine& line, _tagMediaPathStatistics& path)
+    {
+        auto* conn = static_cast<IZynMediaConnection4T*>(side.conn);
+        switch (line.type) {
+        case ZynSessionType_Video: {
+            _tagVideoConnectionStatistics s{};
+            const bool ok = ZYN_SUCCEEDED(conn->GetVideoStatistics(line.mid, s));
+            path = s.path;
+            return ok;
+        }
+        case ZynSessionType_ScreenShare: {
+            _tagScreenConnectionStatistics s{};
+            const bool ok = ZYN_SUCCEEDED(conn->GetScreenStatistics(line.mid, s));
+            path = s.path;
+            return ok;
+        }
+        default: {
+            _tagAudioConnectionStatistics s{};
+            const bool ok = ZYN_SUCCEEDED(conn->GetAudioStatistics(line.mid, s));
+            path = s.path;
+            return ok;
+        }
         }
     }
-    const int ready = ExpectedMediaReady(options.media);
-    ok &= sideA.WaitMediaReady(ready) && sideB.WaitMediaReady(ready);
-    return ok && tool::ExchangeDescriptions(a, sideA, b, sideB, options.exchange);
-}
+
+    void PrintPath(tool::CallSide& side, unsigned long mid)
+    {
+        for (const tool::CallLine& l : side.lines) {
+            if (l.mid != mid) continue;
+            _tagMediaPathStatistics path{};
+            if (!Path(side, l, path)) return;
+            std::fprintf(m_out, "[%s]          %s concluded on %s -> %s%s%s after %u ms, %s\n", side.Name(),
+                         tool::TypeName(l.type), path.localAddress, path.remoteAddress, path.candidateType[0] ? " " : "",
+                         path.candidateType, path.connectMs,
+                         path.srtpSuite[0] ? (std::string(m_o.dtls ? "DTLS keyed " : "SDES keyed ") + path.srtpSuite).c_str()
+                                           : "no SRTP");
+        }
+    }
+
+    bool CarryMedia()
+    {
+        if (!tool::PumpUntil([&] { return EveryLine(2); }, kConnectMs)) {
+            std::fprintf(m_out, "not every line connected\n");
+            Report(false, 0);
+            return false;
+        }
+        int64_t setup = 0;
+        for (const auto& side : m_sides)
+            for (const tool::CallLine& l : side->lines) setup = std::max<int64_t>(setup, side->When(l.mid, 2));
+        const bool flowing = tool::PumpUntil([&] { return EveryLine(3) && EveryLine(4); }, kFirstMediaMs);
+        Snapshot(m_before);
+        tool::PumpUntil([] { return false; }, m_o.duration * 1000);
+        return Report(flowing, setup);
+    }
+
+    using Snap = std::vector<std::vector<_tagMediaPathStatistics>>;
+    void Snapshot(Snap& out)
+    {
+        out.clear();
+        for (const auto& side : m_sides) {
+            out.emplace_back();
+            for (const tool::CallLine& l : side->lines) {
+                _tagMediaPathStatistics p{};
+                Path(*side, l, p);
+                out.back().push_back(p);
+            }
+        }
+    }
+
+    bool Report(bool flowing, int64_t setupMs)
+    {
+        Snap after;
+        Snapshot(after);
+        if (m_before.size() != after.size()) m_before = Snap(after.size());
+        bool everyWay = flowing;
+        nlohmann::json sides = nlohmann::json::array();
+        if (!m_o.json)
+            std::printf("%-4s %-5s %-6s %-22s %8s %8s %6s %7s %7s %9s %9s  %s\n", "side", "mid", "type", "srtp", "sent",
+                        "received", "loss%", "jitter", "rtt", "kbps-out", "kbps-in", "pair");
+        const double seconds = m_o.duration > 0 ? m_o.duration : 1;
+        for (size_t s = 0; s < m_sides.size(); ++s) {
+            nlohmann::json lines = nlohmann::json::array();
+            for (size_t i = 0; i < m_sides[s]->lines.size(); ++i) {
+                const tool::CallLine& l = m_sides[s]->lines[i];
+                const _tagMediaPathStatistics& p = after[s][i];
+                const _tagMediaPathStatistics before = i < m_before[s].size() ? m_before[s][i] : _tagMediaPathStatistics{};
+                const double out = static_cast<double>(p.bytesSent - before.bytesSent) * 8 / 1000 / seconds;
+                const double in = static_cast<double>(p.bytesReceived - before.bytesReceived) * 8 / 1000 / seconds;
+                if (l.type != ZynSessionType_Application) everyWay &= p.packetsSent > 0 && p.packetsReceived > 0;
+                const std::string srtp = p.srtpSuite[0] ? p.srtpSuite : "none";
+                if (!m_o.json) {
+                    std::printf("%-4s %-5lu %-6s %-22s %8llu %8llu %6.2f %7.2f %7.2f %9.1f %9.1f  %s -> %s %s\n",
+                                m_sides[s]->Name(), l.mid, tool::TypeName(l.type), srtp.c_str(),
+                                static_cast<unsigned long long>(p.packetsSent),
+                                static_cast<unsigned long long>(p.packetsReceived), p.lossPercent, p.jitterMs, p.rttMs,
+                                out, in, p.localAddress, p.remoteAddress, p.candidateType);
+                }
+                lines.push_back({{"mid", l.mid},
+                                 {"type", tool::TypeName(l.type)},
+                                 {"srtp", srtp},
+                                 {"selected_pair", {{"local", p.localAddress}, {"remote", p.remoteAddress}, {"type", p.candidateType}}},
+                                 {"packets_sent", p.packetsSent},
+                                 {"packets_received", p.packetsReceived},
+                                 {"loss_percent", p.lossPercent},
+                                 {"jitter_ms", p.jitterMs},
+                                 {"rtt_ms", p.rttMs},
+                                 {"kbps_out", out},
+                                 {"kbps_in", in}});
+            }
+            sides.push_back({{"name", m_sides[s]->Name()}, {"lines", lines}});
+        }
+        if (m_o.json) std::printf("%s\n", nlohmann::json{{"setup_ms", setupMs}, {"sides", sides}}.dump(2).c_str());
+        if (!everyWay) std::fprintf(m_out, "not every line carried media both ways\n");
+        return everyWay;
+    }
+
+    void Stop()
+    {
+        for (const auto& side : m_sides)
+            if (side->conn) side->conn->Stop();
+        // Stop posts its clean-up to the main thread, which is this one: it runs before the release.
+        tool::PumpUntil([] { return false; }, 50);
+        for (const auto& side : m_sides) {
+            if (!side->conn) continue;
+            side->conn->Release();
+            side->conn = nullptr;
+        }
+        UninitMediaEngine();
+        // The main thread ends once the uninit event ran on it.
+        tool::PumpUntil([] { return !ZynPumpMainThread(10); }, 10000);
+    }
+
+    const CallOptions& m_o;
+    FILE* m_out;
+    std::vector<std::unique_ptr<tool::CallSide>> m_sides;
+    Snap m_before;
+};
 
 int RunCall(const std::vector<std::string>& args)
 {
@@ -103,30 +459,7 @@ int RunCall(const std::vector<std::string>& args)
         if (parsed == 1) std::fprintf(stderr, "usage: mediasession %s\n", kCallUsage);
         return parsed == 2 ? 0 : 2;
     }
-    std::printf("initialising the engine\n");
-    InitMediaEngine(nullptr, nullptr, false, nullptr, false, 0);
-
-    bool ok = true;
-    tool::CallSide sideA("A"), sideB("B");
-    IZynMediaConnection* a = nullptr;
-    IZynMediaConnection* b = nullptr;
-    ok &= tool::Check("create connection A", CreateMediaConnection(&a, 0));
-    ok &= tool::Check("create connection B", CreateMediaConnection(&b, 0));
-    if (a && b) {
-        std::printf("  call ids: A=%u B=%u\n", a->GetMediaConnectionCallID(), b->GetMediaConnectionCallID());
-        a->SetSink(&sideA);
-        b->SetSink(&sideB);
-        ok &= RunSides(a, sideA, b, sideB, options);
-    }
-    std::printf("stopping\n");
-    for (IZynMediaConnection* c : {a, b}) {
-        if (!c) continue;
-        c->Stop();
-        c->Release();
-    }
-    UninitMediaEngine();
-    std::printf("engine down: %s\n", ok ? "call completed" : "call FAILED");
-    return ok ? 0 : 1;
+    return Call(options).Run();
 }
 
 tool::CommandRegistration g_version{"version", "version", RunVersion};

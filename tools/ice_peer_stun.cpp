@@ -100,7 +100,7 @@ Bytes EncodeAnswer(const StunMsgId& id, uint16_t code, const sockaddr* mapped, c
 Bytes EncodeKeepAlive()
 {
     StunMsgId id{};
-    q::stunlib_createId(&id, static_cast<long>(std::rand()), 0);
+    q::stunlib_createId(&id, gatewalk::stunlib_randomDraw(), 0);
     Bytes out(gatewalk::STUN_HEADER_SIZE);
     out.resize(gatewalk::stunlib_encodeStunKeepAliveReq(gatewalk::StunKeepAliveUsage_Ice, &id, out.data(),
                                                         static_cast<unsigned>(out.size())));

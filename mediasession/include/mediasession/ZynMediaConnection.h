@@ -52,6 +52,36 @@ struct _tagSdpParsedInfo {
     bool flag;
 };
 
+// The network path of a line and what crossed it, as the statistics calls give them. Addresses
+// are "ip:port" ("[ip]:port" for IPv6); texts are empty while there is no path.
+struct _tagMediaPathStatistics {
+    char localAddress[64];
+    char remoteAddress[64];
+    char candidateType[8];  // of the local end of the selected pair: "host", "srflx", "prflx", "relay"
+    char srtpSuite[32];     // the suite that protects the line, empty when it runs in clear
+    uint32_t connectMs;     // from the connect to the path being up, 0 before
+    uint64_t packetsSent;
+    uint64_t packetsReceived;
+    uint64_t bytesSent;
+    uint64_t bytesReceived;
+    int64_t packetsLost;  // expected less received, over the remote sources
+    float lossPercent;
+    float jitterMs;
+    float rttMs;  // 0 until the far end reported on us
+    float kbpsIn;
+    float kbpsOut;
+    uint64_t srtpFailures;  // packets that failed authentication or replay checks
+};
+struct _tagAudioConnectionStatistics {
+    _tagMediaPathStatistics path;
+};
+struct _tagVideoConnectionStatistics {
+    _tagMediaPathStatistics path;
+};
+struct _tagScreenConnectionStatistics {
+    _tagMediaPathStatistics path;
+};
+
 // Every operation has an empty default: an application overrides what it needs. The library holds
 // a plain pointer; it is the application's to keep alive until the connection is stopped.
 class IZynMediaConnectionSink {
@@ -128,6 +158,12 @@ protected:
 };
 
 class IZynMediaConnection4T : public IZynMediaConnection {
+public:
+    // The line's path and flow. ZYN_E_FAIL for a mid without a line of that kind.
+    virtual ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) = 0;
+    virtual ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) = 0;
+    virtual ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) = 0;
+
 protected:
     ~IZynMediaConnection4T() override = default;
 };

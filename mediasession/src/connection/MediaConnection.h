@@ -60,6 +60,11 @@ public:
     IBaseConfig* GetApplicationConfig(unsigned long mid) override;
     IGlobalConfig* GetGlobalConfig() override { return &m_globalConfig; }
 
+    // IZynMediaConnection4T
+    ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) override;
+    ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) override;
+    ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) override;
+
     // IGlobalConfigOwner
     void SetZynErrorMetrics(const char* tag, ZynResult code) override;
     ZynResult OnGlobalConfigChanged(EGlobalConfigItem item) override;

@@ -69,6 +69,7 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
             CmDtls_SetRemoteFingerPrint(m_dtls, m_remoteHash.c_str(), m_remoteFingerprint);
         else if (!m_bHasRemoteDtls)
             ICE_ERROR("CIceConnector::SetRemoteCandidates, dtls has no data");
+        ReplayEarlyDtls();
     }
 
     if (ice.empty() || !m_bIceEnable) {
@@ -76,6 +77,9 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
         m_timers->Cancel(IceTimer::Fallback);
         if (m_Transports[0]) {
             ICE_INFO("CIceConnector::SetRemoteCandidates, need callback if rtp channel is already there.");
+            // The peer's packets opened the path before its description came: that is the path.
+            m_bIceCompleted = true;
+            m_timers->Schedule(IceTimer::KeepAlive, IsSipCall() ? 20000 : 1000, 0);
             if (m_dtls) {
                 ICE_INFO("CIceConnector::OnConnectIndication, start dtls connect - 3");
                 CheckDtlsState();
@@ -239,8 +243,10 @@ void CIceConnectorT<P>::ReplayPendingRequests()
 template <class P>
 void CIceConnectorT<P>::ClearPendingRequests()
 {
-    for (PendingRequest& r : m_pendingRequests) r.transport->ReleaseReference();
-    m_pendingRequests.clear();
+    for (auto* list : {&m_pendingRequests, &m_earlyDtls}) {
+        for (PendingRequest& r : *list) r.transport->ReleaseReference();
+        list->clear();
+    }
 }
 
 template <class P>
@@ -611,6 +617,20 @@ bool CIceConnectorT<P>::GetIceConclusion(std::string& rtpHost, int& rtpPort, std
             rtpPort = a.GetPort();
         }
     }
+    return true;
+}
+
+template <class P>
+bool CIceConnectorT<P>::GetSelectedPath(CCmInetAddr& local, CCmInetAddr& remote, std::string& candidateType)
+{
+    candidateType.clear();
+    if (!m_Transports[0] || !m_bIceCompleted) return false;
+    local = m_Transports[0]->GetLocalAddr();
+    remote = m_Transports[0]->GetPeerAddr();
+    if (!m_bIceEnable || !m_iceInst) return true;
+    const gatewalk::ICE_CANDIDATE* active =
+        P::ICELIB_getActiveCandidate(m_iceInst.get(), static_cast<uint32_t>(m_mediaIdx), gatewalk::ICELIB_RTP_COMPONENT_ID);
+    if (active) candidateType = P::ICE_candidateTypeToString(active->type);
     return true;
 }
 

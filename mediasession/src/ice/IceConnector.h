@@ -116,6 +116,8 @@ public:
     // remote capability whose first fingerprint the peer's certificate must match. Given before
     // SetRemoteCandidates; an empty remote means none was offered.
     virtual void SetDtlsNegotiated(sdp::dtls_setup_role localRole, const sdp::optional_value<sdp::dtls_caps>& remote) = 0;
+    // The path in use: its two ends and, with ICE, the type of the local candidate. False before.
+    virtual bool GetSelectedPath(CCmInetAddr& local, CCmInetAddr& remote, std::string& candidateType) = 0;
 };
 
 // Makes the connector of a profile: zyn_gatewalk for most clients, qlox_gatewalk for client types 2
@@ -198,6 +200,10 @@ public:
     void SetDtlsNegotiated(sdp::dtls_setup_role role, const sdp::optional_value<sdp::dtls_caps>& remote) override
     {
         Do([&](IIceConnector& c) { c.SetDtlsNegotiated(role, remote); });
+    }
+    bool GetSelectedPath(CCmInetAddr& local, CCmInetAddr& remote, std::string& type) override
+    {
+        return m_connector && m_connector->GetSelectedPath(local, remote, type);
     }
 
 private:

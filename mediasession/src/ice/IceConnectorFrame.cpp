@@ -62,10 +62,9 @@ template <class P>
 void CIceConnectorT<P>::OnIceLog(void* self, gatewalk::ICELIB_logLevel level, const char* text)
 {
     // The agent narrates every check; only a detailed trace wants that. Its errors are about its
-    // own bookkeeping (a check it declines to send), never the end of a call: warnings here.
-    const int ours = level >= gatewalk::ICELIB_logError ? CM_TRACE_LEVEL_WARNING
-                     : level >= gatewalk::ICELIB_logWarning ? CM_TRACE_LEVEL_INFO
-                                                             : CM_TRACE_LEVEL_DETAIL;
+    // own bookkeeping (a triggered check it declines to send), never the end of a call: the
+    // connector reports what matters itself.
+    const int ours = level >= gatewalk::ICELIB_logError ? CM_TRACE_LEVEL_INFO : CM_TRACE_LEVEL_DETAIL;
     auto* c = static_cast<CIceConnectorT*>(self);
     CM_TRACE_MODULE(ours, "ICELIB", text << " cid__" << c->m_callId << " this=" << self);
 }

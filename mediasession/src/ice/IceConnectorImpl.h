@@ -72,6 +72,7 @@ public:
     std::string getPeerReflexiveIp() override { return m_peerReflexiveIp; }
     void setNonListen(bool nonListen) override { m_bNonListen = nonListen; m_bNonListenSet = true; }
     void SetDtlsNegotiated(sdp::dtls_setup_role localRole, const sdp::optional_value<sdp::dtls_caps>& remote) override;
+    bool GetSelectedPath(CCmInetAddr& local, CCmInetAddr& remote, std::string& candidateType) override;
 
     // ICmAcceptorConnectorSink, ICmTransportSink
     void OnConnectIndication(CmResult reason, ICmTransport* transport, ICmAcceptorConnectorId* id) override;
@@ -119,6 +120,8 @@ public:
     // Binding requests kept until the remote description comes: a peer retransmits anyway, so a
     // full list only drops copies.
     static constexpr size_t kMaxPendingRequests = 64;
+    // Handshake records kept until the DTLS session exists: a flight is a few datagrams.
+    static constexpr size_t kMaxEarlyDtls = 8;
 
 private:
     using StunMessage = typename P::StunMessage;
@@ -233,6 +236,7 @@ private:
     void RecreateDtls();
     void ScheduleDtlsRetransmit();
     void ReadDtls(const uint8_t* bytes, size_t length, ICmTransport* transport, CIceConnectionContext* context);
+    void ReplayEarlyDtls();
 
     IceConnectorSink* const m_sink;
     const unsigned int m_callId;
@@ -291,6 +295,7 @@ private:
     std::deque<SentRequest> m_keepAliveSent;
     uint16_t m_keepAliveMappedPort[2] = {0, 0};
     std::vector<PendingRequest> m_pendingRequests;
+    std::vector<PendingRequest> m_earlyDtls;  // handshake records that came before the session
     std::unique_ptr<StunMessage> m_rxMessage;  // scratch for what arrives
     std::unique_ptr<StunMessage> m_txMessage;  // scratch for what leaves
     uint64_t m_ulLastReceived = 0;

@@ -73,11 +73,35 @@ void CIceConnectorT<P>::ReadDtls(const uint8_t* bytes, size_t length, ICmTranspo
         if (s_untrusted++ % 100 == 0) ICE_WARN("Dropping DTLS packets from untrusted transport.");
         return;
     }
-    if (!m_dtls) return;
+    if (!m_dtls) {
+        // A peer that concluded first sends its ClientHello before our session exists (it comes
+        // with the remote description): kept, instead of waiting a second for its repeat.
+        if (m_earlyDtls.size() < kMaxEarlyDtls) {
+            transport->AddReference();
+            m_earlyDtls.push_back(PendingRequest{std::vector<uint8_t>(bytes, bytes + length), transport});
+        }
+        return;
+    }
     m_dtlsTransport = transport;
     if (CmDtls_GetState(m_dtls) == CM_DTLS_STATE_IDLE) CmDtls_Connect(m_dtls);
     CmDtls_ReadData(m_dtls, bytes, length);
     ScheduleDtlsRetransmit();
+}
+
+template <class P>
+void CIceConnectorT<P>::ReplayEarlyDtls()
+{
+    auto early = std::move(m_earlyDtls);
+    m_earlyDtls.clear();
+    for (PendingRequest& r : early) {
+        if (m_dtls) {
+            m_dtlsTransport = r.transport;
+            if (CmDtls_GetState(m_dtls) == CM_DTLS_STATE_IDLE) CmDtls_Connect(m_dtls);
+            CmDtls_ReadData(m_dtls, r.bytes.data(), r.bytes.size());
+            ScheduleDtlsRetransmit();
+        }
+        r.transport->ReleaseReference();
+    }
 }
 
 template <class P>

@@ -96,6 +96,8 @@ public:
     bool HasRtcpTransport() const { return m_pTransports[1].load() != nullptr; }
     // Concluded path: "local -> remote" of the RTP transport, empty before.
     std::string GetSelectedPair() const;
+    // The path and the engine's counters of what crossed it (any thread).
+    ZynResult GetPathStatistics(_tagMediaPathStatistics& stats);
     const std::string& GetSrtpSuite() const { return m_srtpCryptoSuite; }
 
     // IZynMediaTransport (engine threads): packets cross to the network thread.

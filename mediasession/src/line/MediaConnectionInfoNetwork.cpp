@@ -8,6 +8,8 @@
 #include "tp/CmThreadManager.h"
 #include "util/CmTick.h"
 
+#include <cstdio>
+
 namespace zyn {
 
 #define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
@@ -230,6 +232,39 @@ std::string CMediaConnectionInfo::GetSelectedPair() const
         return CM_OK;
     });
     return pair;
+}
+
+ZynResult CMediaConnectionInfo::GetPathStatistics(_tagMediaPathStatistics& stats)
+{
+    stats = _tagMediaPathStatistics{};
+    if (m_networkThread) {
+        CmInvokeInThread(m_networkThread, false, [this, &stats] {
+            CCmInetAddr local, remote;
+            std::string type;
+            if (!m_pTransports[0].load() || !m_iceConnector.GetSelectedPath(local, remote, type)) return CM_OK;
+            std::snprintf(stats.localAddress, sizeof stats.localAddress, "%s", local.ToString().c_str());
+            std::snprintf(stats.remoteAddress, sizeof stats.remoteAddress, "%s", remote.ToString().c_str());
+            std::snprintf(stats.candidateType, sizeof stats.candidateType, "%s", type.c_str());
+            std::snprintf(stats.srtpSuite, sizeof stats.srtpSuite, "%s", m_srtpCryptoSuite.c_str());
+            if (m_connectedTick >= m_connectStartTick && m_connectedTick)
+                stats.connectMs = static_cast<uint32_t>(m_connectedTick - m_connectStartTick);
+            return CM_OK;
+        });
+    }
+    if (!m_pZynSession) return ZYN_S_OK;
+    ZynFlowStatistics flow{};
+    if (!ZYN_SUCCEEDED(m_pZynSession->GetFlowStatistics(flow))) return ZYN_S_OK;
+    stats.packetsSent = flow.packetsSent;
+    stats.packetsReceived = flow.packetsReceived;
+    stats.bytesSent = flow.bytesSent;
+    stats.bytesReceived = flow.bytesReceived;
+    stats.packetsLost = flow.packetsLost;
+    stats.lossPercent = static_cast<float>(flow.lossRatio * 100.0);
+    stats.jitterMs = static_cast<float>(flow.jitterMs);
+    stats.rttMs = static_cast<float>(flow.rttMs);
+    stats.kbpsIn = static_cast<float>(flow.receiveKbps);
+    stats.srtpFailures = flow.srtpFailures;
+    return ZYN_S_OK;
 }
 
 }  // namespace zyn
