@@ -1,0 +1,83 @@
+// The main job as a user runs it: `mediasession call` in its forms, read back from the JSON
+// document it prints. Every line must carry media both ways on the path and with the keying asked for.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace {
+
+std::string RunCall(const std::string& arguments, int* status)
+{
+    std::string out;
+    const std::string command =
+        "MEDIASESSION_ALLOWED_ADDRS=127.0.0.1 " + std::string(MEDIASESSION_TOOL) + " call " + arguments + " 2>/dev/null";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return out;
+    std::array<char, 4096> buf{};
+    while (size_t n = fread(buf.data(), 1, buf.size(), pipe)) out.append(buf.data(), n);
+    *status = pclose(pipe);
+    return out;
+}
+
+struct Row {
+    const char* name;
+    const char* arguments;
+    size_t lines;
+    const char* srtp;       // on every line; "none" in clear
+    const char* pairType;   // of the selected pair; "" without ICE
+};
+
+const Row kRows[] = {
+    {"ice_dtls_audio_video", "--duration 1", 2, "AES_CM_128_HMAC_SHA1_80", "host"},
+    {"ice_dtls_three_lines_qlox", "--duration 1 --client-type 2 --media audio,video,share", 3,
+     "AES_CM_128_HMAC_SHA1_80", "host"},
+    {"ice_sdes", "--duration 1 --sdes", 2, nullptr, "host"},
+    {"no_ice_dtls", "--duration 1 --no-ice", 2, "AES_CM_128_HMAC_SHA1_80", ""},
+    {"ice_clear_rtcp_apart", "--duration 1 --no-srtp --no-mux", 2, "none", "host"},
+};
+
+class CallCommandTest : public ::testing::TestWithParam<Row> {};
+
+TEST_P(CallCommandTest, EveryLineCarriesMediaBothWays)
+{
+    const Row& row = GetParam();
+    int status = -1;
+    const std::string out = RunCall("--json " + std::string(row.arguments), &status);
+    ASSERT_EQ(0, status) << out;
+    const nlohmann::json doc = nlohmann::json::parse(out, nullptr, false);
+    ASSERT_FALSE(doc.is_discarded()) << out;
+    EXPECT_GT(doc["setup_ms"].get<int>(), 0);
+    ASSERT_EQ(2u, doc["sides"].size());
+    for (const auto& side : doc["sides"]) {
+        ASSERT_EQ(row.lines, side["lines"].size()) << side.dump();
+        for (const auto& line : side["lines"]) {
+            SCOPED_TRACE(side["name"].get<std::string>() + " " + line["type"].get<std::string>());
+            EXPECT_GT(line["packets_sent"].get<uint64_t>(), 0u);
+            EXPECT_GT(line["packets_received"].get<uint64_t>(), 0u);
+            EXPECT_EQ(0.0, line["loss_percent"].get<double>());
+            if (row.srtp) EXPECT_EQ(row.srtp, line["srtp"].get<std::string>());
+            else EXPECT_NE("none", line["srtp"].get<std::string>());
+            EXPECT_EQ(row.pairType, line["selected_pair"]["type"].get<std::string>());
+            EXPECT_EQ(0u, line["selected_pair"]["local"].get<std::string>().find("127.0.0.1:"));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, CallCommandTest, ::testing::ValuesIn(kRows),
+                         [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
+
+TEST(CallCommandTest, BadOptionsAreRefusedWithUsage)
+{
+    for (const char* bad : {"--media radio", "--turn nobody", "--listen 127.0.0.1:1 --connect 127.0.0.1:2",
+                            "--duration -1", "--frobnicate"}) {
+        SCOPED_TRACE(bad);
+        int status = -1;
+        RunCall(bad, &status);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2);
+    }
+}
+
+}  // namespace
