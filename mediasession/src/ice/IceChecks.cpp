@@ -269,6 +269,7 @@ void CIceConnectorT<P>::OnOutgoingBindingRequest(void* self, int proto, const so
                                                  uint64_t tieBreaker, gatewalk::StunMsgId id)
 {
     auto* c = static_cast<CIceConnectorT*>(self);
+    if (!useRelay && (c->m_policy & ZynConnectionPolicy_RelayOnly)) return;  // the check fails by its time-out
     const CCmInetAddr local(source), remote(destination);
     CIceConnectionContext* context = c->FindConnectionContext(local, remote, true);
     if (!context) {

@@ -266,7 +266,16 @@ ZynResult CIceConnectorT<P>::Reconnect()
     // The stored arguments are copied: SetRemoteCandidates stores them again.
     const sdp::optional_value<sdp::ice_caps> ice = m_remoteIce;
     const CCmInetAddr remote = m_bIceEnable ? m_remoteDefault : m_remotePlain;
-    return SetRemoteCandidates(ice, remote, m_bControlling, m_tieBreaker, m_connectionType, m_bRtcpMux);
+    if (!m_bIceEnable || !m_globalConfig || m_globalConfig->getICEServerNum() <= 0)
+        return SetRemoteCandidates(ice, remote, m_bControlling, m_tieBreaker, m_connectionType, m_bRtcpMux);
+    // New sockets need new server candidates (a relay above all) before the checks begin again.
+    const bool controlling = m_bControlling;
+    const uint64_t tieBreaker = m_tieBreaker;
+    const unsigned int type = m_connectionType;
+    allocateTurnRelayedAndReflexiveAddress(false, [this, ice, remote, controlling, tieBreaker, type](bool, const std::string&) {
+        SetRemoteCandidates(ice, remote, controlling, static_cast<unsigned long>(tieBreaker), type, m_bRtcpMux);
+    });
+    return ZYN_S_OK;
 }
 
 template <class P>

@@ -123,7 +123,6 @@ ZynResult CIceConnectorT<P>::StartCollectCandidates(ZynConnectionPolicy policy, 
     int step = 24;
     int counter = 1;
     int used = 0;
-    const bool relayOnly = (policy & ZynConnectionPolicy_RelayOnly) != 0;
     for (CCmInetAddr addr : addresses) {
         if (!(m_policy & ZynConnectionPolicy_UDP)) break;
         if (used == kMaxAddresses) {
@@ -143,10 +142,10 @@ ZynResult CIceConnectorT<P>::StartCollectCandidates(ZynConnectionPolicy policy, 
                 c.foundationCounter = counter;
                 c.acceptor = pair[component - 1];
                 m_Candidates.push_back(c);
-                // The sockets stay, for the relay's and the servers' traffic, but the agent pairs
-                // nothing from them when only relayed candidates may be used.
-                if (!relayOnly)
-                    P::ICELIB_addLocalCandidate(m_iceInst.get(), static_cast<uint32_t>(m_mediaIdx),
+                // The agent bases its reflexive candidates on host ones, so they are there even
+                // when only relayed candidates may be used; such a connector leaves them out of
+                // the description and sends no check from them.
+                P::ICELIB_addLocalCandidate(m_iceInst.get(), static_cast<uint32_t>(m_mediaIdx),
                                                 static_cast<uint32_t>(component), c.rtpAddress.GetPtr(), nullptr,
                                                 gatewalk::ICE_TRANS_UDP, gatewalk::ICE_CAND_TYPE_HOST,
                                                 static_cast<uint16_t>(c.localPreference));
@@ -249,8 +248,10 @@ void CIceConnectorT<P>::GetIceCandidates(sdp::optional_value<sdp::ice_caps>& cap
     defaultAddr = CCmInetAddr();
     if (!stream) return;
     std::vector<sdp::ice_candidate> cands;
+    const bool relayOnly = (m_policy & ZynConnectionPolicy_RelayOnly) != 0;
     for (uint32_t i = 0; i < stream->numberOfCandidates && i < gatewalk::ICE_MAX_CANDIDATES; ++i) {
         const gatewalk::ICE_CANDIDATE& c = stream->candidate[i];
+        if (relayOnly && c.type != gatewalk::ICE_CAND_TYPE_RELAY) continue;
         char ip[64] = {};
         gatewalk::sockaddr_toString(Sa(c.connectionAddr), ip, sizeof ip, false);
         std::string address = ip;
@@ -384,8 +385,8 @@ void CIceConnectorT<P>::allocateTurnRelayedAndReflexive(const CIceCandidate& can
         context->isCheck = true;
     }
     turn->context = context;
+    // The server's own pair carries the allocation; only pairs from the relay address are relayed.
     context->turnAllocation = turn;
-    context->turnRelay = turn.get();
     m_turnContexts.insert(turn);
     if (!context->pTransport && !context->pConnector) Connect(context, CM_CONNECTION_TYPE_UDP, "turn");
     const int family = serverAddr.IsIpv6() ? AF_INET6 : AF_INET;
