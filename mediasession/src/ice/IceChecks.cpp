@@ -42,6 +42,27 @@ bool IsNumericAddress(const std::string& text)
     return gatewalk::sockaddr_initFromString(reinterpret_cast<sockaddr*>(&s), text.c_str());
 }
 
+// A name worth asking a resolver about: letters, digits, '-' and '.', labels of 1 to 63, at most
+// 253 in all, and not only digits and dots (that is a broken address, not a name).
+bool IsHostName(const std::string& text)
+{
+    if (text.empty() || text.size() > 253) return false;
+    bool letter = false;
+    size_t label = 0;
+    for (char ch : text) {
+        const unsigned char c = static_cast<unsigned char>(ch);
+        if (c == '.') {
+            if (label == 0) return false;
+            label = 0;
+            continue;
+        }
+        if (!std::isalnum(c) && c != '-') return false;
+        letter = letter || std::isalpha(c) || c == '-';
+        if (++label > 63) return false;
+    }
+    return letter;
+}
+
 }  // namespace
 
 template <class P>
@@ -107,7 +128,7 @@ ZynResult CIceConnectorT<P>::ResolveHostnames(bool)
     sdp::ice_caps* caps = m_remoteIce.get_if();
     if (caps) {
         for (sdp::ice_candidate& c : caps->candidates) {
-            if (IsNumericAddress(c.address)) continue;
+            if (IsNumericAddress(c.address) || !IsHostName(c.address)) continue;
             CCmInetAddr resolved;
             if (resolved.Set(c.address.c_str(), c.port, true) == CM_OK) {
                 c.address = resolved.GetIpDisplayName();

@@ -34,6 +34,7 @@ class CIceConnectorT final : public IIceConnector,
                              public IIceTimerTarget,
                              public ICmDtlsSink {
 public:
+    using Profile = P;
     CIceConnectorT(IceConnectorSink* sink, unsigned int callId);
     ~CIceConnectorT() override;
 
@@ -92,8 +93,10 @@ public:
     // The path without ICE.
     ZynResult ConnectRemote(const CCmInetAddr& addr, unsigned int transportFlags, bool rtcpMux);
 
-    // For tests: a fake clock and timers instead of the loop's (not owned; null restores them).
+    // For tests: a fake clock and timers instead of the loop's (not owned; null restores them), and
+    // the machine's addresses as a test wants them.
     void SetTimerService(IIceTimerService* service) { m_timers = service ? service : &m_loopTimers; }
+    void SetAddressSource(std::function<std::vector<CCmInetAddr>()> source) { m_addressSource = std::move(source); }
     const std::vector<CIceCandidate>& GetCandidates() const { return m_Candidates; }
     const CCmInetAddr& GetLocalRtpAddress() const { return m_localRtp; }
     const CCmInetAddr& GetLocalRtcpAddress() const { return m_localRtcp; }
@@ -251,6 +254,7 @@ private:
     bool m_bNonListen = false;
     bool m_bNonListenSet = false;
     std::string m_localIp;
+    std::function<std::vector<CCmInetAddr>()> m_addressSource;
     std::string m_overrideIp;
     int m_overridePort = 0;
     uint16_t m_portMin = 0;

@@ -23,6 +23,7 @@ template <class P>
 std::vector<CCmInetAddr> CIceConnectorT<P>::LocalAddresses(ZynResult& result)
 {
     result = ZYN_S_OK;
+    if (m_addressSource) return m_addressSource();
     std::vector<CCmInetAddr> addresses;
     if (!m_localIp.empty() && m_localIp != "0.0.0.0") {
         CCmInetAddr fixed(m_localIp.c_str(), 0);

@@ -417,7 +417,12 @@ void CIceConnectorT<P>::HandleStun(const uint8_t* bytes, size_t length, ICmTrans
     switch (m.msgHdr.type) {
     case gatewalk::STUN_MSG_BindRequestMsg: {
         std::string key = m_password;
-        if (!m.hasMessageIntegrity || !m.hasUsername ||
+        // The credential is the pair of the USERNAME (ours first: "local:remote") and the key.
+        const size_t ufragLength = m_ufrag.size();
+        const bool ours = m.hasUsername && strnlen(m.username.value, sizeof m.username.value) > ufragLength &&
+                          std::memcmp(m.username.value, m_ufrag.data(), ufragLength) == 0 &&
+                          m.username.value[ufragLength] == ':';
+        if (!ours || !m.hasMessageIntegrity ||
             !P::stunlib_checkIntegrity(bytes, length, &m, reinterpret_cast<unsigned char*>(key.data()),
                                        static_cast<int>(key.size()))) {
             ICE_WARN("CIceConnector::OnReceive, invalid ICE credential for stun bind request. from "

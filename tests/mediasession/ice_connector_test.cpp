@@ -1,0 +1,325 @@
+// The connector on its own, both profiles: two connectors on loopback sockets with time driven by
+// the test. Gathering rules, the remote candidates the agent takes, early requests, restarts, what
+// survives the conclusion, keep-alive, the plain path's fallback, and what the wire may bring.
+#include "ice_connector_harness.h"
+
+#include "ice/IceStun.h"
+#include "stunlib.h"
+
+namespace {
+
+using icetest::FakeTimers;
+using icetest::OnNetwork;
+using icetest::RawSocket;
+using icetest::Settle;
+using icetest::Side;
+using zyn::IceTimer;
+
+template <class C>
+class IceConnectorTest : public ::testing::Test {
+protected:
+    void SetUp() override { set_local_addr_allow_list({"127.0.0.1"}); }
+    void TearDown() override { clear_local_addr_allow_list(); }
+    // A controls; both gather on 127.0.0.1 and take each other's candidates.
+    void Connect(Side<C>& a, Side<C>& b, bool mux)
+    {
+        a.Gather(mux);
+        b.Gather(mux);
+        OnNetwork([&] {
+            ASSERT_EQ(ZYN_S_OK, a.connector->SetRemoteCandidates(b.caps, b.defaultAddr, true, 11, 0, mux));
+            ASSERT_EQ(ZYN_S_OK, b.connector->SetRemoteCandidates(a.caps, a.defaultAddr, false, 22, 0, mux));
+        });
+    }
+    mstest::EngineScope engine;
+};
+
+using Profiles = ::testing::Types<zyn::CIceConnector, zyn::CIceConnectorQLOX>;
+TYPED_TEST_SUITE(IceConnectorTest, Profiles);
+
+TYPED_TEST(IceConnectorTest, BothConcludeOnOnePairAndOnlyItsTransportStays)
+{
+    for (bool mux : {true, false}) {
+        SCOPED_TRACE(mux ? "mux" : "RTCP apart");
+        Side<TypeParam> a, b;
+        this->Connect(a, b, mux);
+        ASSERT_TRUE(icetest::RunUntilConcluded(a, b));
+        const auto& ca = a.line.completions.front();
+        const auto& cb = b.line.completions.front();
+        EXPECT_EQ(0, ca.reason);
+        EXPECT_EQ(0, cb.reason);
+        EXPECT_EQ(mux ? 1 : 2, ca.count);
+        EXPECT_EQ(ca.local, cb.remote);
+        EXPECT_EQ(ca.remote, cb.local);
+        OnNetwork([&] {
+            // The winners stay (one pair per component), everything the checks made is gone.
+            EXPECT_EQ(mux ? 1u : 2u, a.connector->GetContextCount());
+            EXPECT_TRUE(a.connector->IsIceCompleted());
+            EXPECT_FALSE(a.connector->IsIceRunning());
+        });
+        EXPECT_EQ(1000u, a.timers.Get(IceTimer::KeepAlive).periodMs);
+        EXPECT_TRUE(a.timers.IsScheduled(IceTimer::KeepAlive));
+        EXPECT_EQ(8000u, a.timers.Get(IceTimer::RttSummary).periodMs);
+        EXPECT_FALSE(a.timers.IsScheduled(IceTimer::IceTick));
+    }
+}
+
+TYPED_TEST(IceConnectorTest, EightAddressesStandAndANinthIsRefused)
+{
+    mstest::TraceCapture traces;
+    Side<TypeParam> a;
+    std::vector<std::string> nine;
+    for (int i = 1; i <= 9; ++i) nine.push_back("127.0.0." + std::to_string(i));
+    a.Gather(true, nine);
+    EXPECT_TRUE(traces.Contains("0 CIceConnector::StartCollectCandidates, we only support at most 8 IP addresses as "
+                                "candidate."));
+    OnNetwork([&] {
+        const auto& cands = a.connector->GetCandidates();
+        ASSERT_EQ(8u, cands.size());
+        for (size_t i = 0; i < cands.size(); ++i) {
+            EXPECT_EQ(nine[i], cands[i].rtpAddress.GetIpDisplayName());
+            EXPECT_EQ(0x7E00 + 24 - 3 * static_cast<int>(i), cands[i].localPreference);
+            EXPECT_EQ(1 + 4 * static_cast<int>(i), cands[i].foundationCounter);
+            EXPECT_EQ(0, (cands[i].rtpAddress.GetPort() - 52000) % 2) << "ports are even from the range's minimum";
+        }
+    });
+}
+
+TYPED_TEST(IceConnectorTest, AReOfferKeepsTheCredentialsAndMuxStaysOn)
+{
+    Side<TypeParam> a, other;
+    a.Gather(true);
+    const sdp::ice_caps first = a.caps.get_data();
+    a.Gather(false);  // a re-offer that no longer asks for mux
+    const sdp::ice_caps second = a.caps.get_data();
+    EXPECT_EQ(first.username, second.username);
+    EXPECT_EQ(first.password, second.password);
+    OnNetwork([&] { EXPECT_TRUE(a.connector->IsRtcpMux()); });
+    for (const auto& c : second.candidates) EXPECT_EQ(1u, c.component) << "mux stayed: one component";
+    // Another connector draws credentials of its own.
+    other.Gather(true);
+    EXPECT_NE(first.username, other.caps.get_data().username);
+    EXPECT_NE(first.password, other.caps.get_data().password);
+}
+
+// Which remote candidates reach the agent.
+TYPED_TEST(IceConnectorTest, RemoteCandidatesTheAgentTakes)
+{
+    struct Row {
+        const char* name;
+        std::vector<sdp::ice_candidate> candidates;
+        bool mux;
+        uint32_t taken;
+        const char* trace;
+    };
+    auto host = [](uint32_t component, const char* address, uint16_t port, const char* foundation = "1") {
+        return sdp::ice_candidate(foundation, component, "UDP", 2130706431u - component, address, port, "host");
+    };
+    std::vector<sdp::ice_candidate> many;
+    for (int i = 0; i < 500; ++i) many.push_back(host(1, "127.0.0.1", static_cast<uint16_t>(20000 + i)));
+    const Row rows[] = {
+        {"port 9 is an active TCP mark", {host(1, "127.0.0.1", 9), host(1, "127.0.0.1", 40000)}, true, 1,
+         "CIceConnector::StartConnectivityCheck, invalid port:9"},
+        {"component 2 under mux", {host(1, "127.0.0.1", 40000), host(2, "127.0.0.1", 40001)}, true, 1, nullptr},
+        {"component 2 without mux", {host(1, "127.0.0.1", 40000), host(2, "127.0.0.1", 40001)}, false, 2, nullptr},
+        {"garbage addresses", {host(1, "", 40000), host(1, "1.2.3.4.5", 40001), host(1, "256.1.1.1", 40002),
+                               host(1, "a b", 40003), host(1, "127.0.0.1", 40004)},
+         true, 1, "one hostname is not resolved"},
+        {"duplicate foundations", {host(1, "127.0.0.1", 40000, "7"), host(1, "127.0.0.1", 40002, "7")}, true, 2, nullptr},
+        {"500 candidates fill the table", many, true, gatewalk::ICE_MAX_CANDIDATES, nullptr},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        mstest::TraceCapture traces;
+        Side<TypeParam> a;
+        a.Gather(row.mux);
+        sdp::ice_caps remote("abcd", "0123456789012345678901", row.candidates);
+        OnNetwork([&] {
+            a.connector->SetRemoteCandidates(remote, CCmInetAddr("127.0.0.1", 40000), true, 1, 0, row.mux);
+            const auto* stream = TypeParam::Profile::ICELIB_getRemoteMediaStream(a.connector->GetIceInstance(), 0);
+            ASSERT_NE(nullptr, stream);
+            EXPECT_EQ(row.taken, stream->numberOfCandidates);
+        });
+        if (row.trace) {
+            EXPECT_TRUE(traces.Contains(row.trace));
+        }
+    }
+}
+
+TYPED_TEST(IceConnectorTest, ARequestBeforeTheRemoteDescriptionIsAnsweredOnceItCame)
+{
+    Side<TypeParam> a, b;
+    a.Gather(true);
+    b.Gather(true);
+    // B knows A and checks; A does not know B yet and keeps what comes.
+    OnNetwork([&] { b.connector->SetRemoteCandidates(a.caps, a.defaultAddr, false, 22, 0, true); });
+    for (int i = 0; i < 10; ++i) {
+        OnNetwork([&] { b.Step(); });
+        Settle();
+    }
+    size_t waiting = 0;
+    OnNetwork([&] { waiting = a.connector->GetPendingRequestCount(); });
+    EXPECT_GT(waiting, 0u);
+    EXPECT_FALSE(b.Concluded());
+    OnNetwork([&] {
+        a.connector->SetRemoteCandidates(b.caps, b.defaultAddr, true, 11, 0, true);
+        EXPECT_EQ(0u, a.connector->GetPendingRequestCount());
+    });
+    ASSERT_TRUE(icetest::RunUntilConcluded(a, b));
+}
+
+TYPED_TEST(IceConnectorTest, RemoteCandidatesAgainRestartTheChecksWithTheStoredTieBreaker)
+{
+    mstest::TraceCapture traces;
+    Side<TypeParam> a, b;
+    this->Connect(a, b, true);
+    OnNetwork([&] { a.Step(); });
+    OnNetwork([&] {
+        a.connector->SetRemoteCandidates(b.caps, b.defaultAddr, true, 4242, 0, true);
+        EXPECT_EQ(4242u, a.connector->GetIceInstance()->tieBreaker);
+        EXPECT_TRUE(TypeParam::Profile::ICELIB_isRunning(a.connector->GetIceInstance()));
+    });
+    EXPECT_TRUE(traces.Contains("CIceConnector::StartConnectivityCheck, stop on-going connectivity check."));
+    ASSERT_TRUE(icetest::RunUntilConcluded(a, b));
+}
+
+TYPED_TEST(IceConnectorTest, KeepAliveRemembersTenRequestsAndSilenceEndsThePath)
+{
+    Side<TypeParam> a;
+    auto b = std::make_unique<Side<TypeParam>>();
+    this->Connect(a, *b, true);
+    ASSERT_TRUE(icetest::RunUntilConcluded(a, *b));
+    b.reset();  // the peer vanishes
+    for (int i = 0; i < 15; ++i) {
+        OnNetwork([&] {
+            a.timers.now += 1000;
+            if (a.timers.now > 100000 + 14000) return;  // stay under the inactive limit here
+            a.connector->OnIceTimer(IceTimer::KeepAlive);
+        });
+    }
+    OnNetwork([&] { EXPECT_EQ(10u, a.connector->GetKeepAliveSentCount()); });
+    // Past the inactive limit (15 s by default) the next round ends the path.
+    OnNetwork([&] {
+        a.timers.now += 20000;
+        a.connector->OnIceTimer(IceTimer::KeepAlive);
+    });
+    EXPECT_TRUE(a.timers.IsScheduled(IceTimer::Inactivity));
+    EXPECT_EQ(1u, a.timers.Get(IceTimer::Inactivity).periodMs);
+    EXPECT_FALSE(a.timers.IsScheduled(IceTimer::KeepAlive));
+    OnNetwork([&] { a.connector->OnIceTimer(IceTimer::Inactivity); });
+    ASSERT_EQ(1u, a.line.disconnects.size());
+    EXPECT_EQ(CM_ERROR_NOT_FOUND, a.line.disconnects.front());
+}
+
+TYPED_TEST(IceConnectorTest, WithoutIceANeverConnectingPeerFailsAfterTheFallback)
+{
+    Side<TypeParam> a;
+    OnNetwork([&] {
+        a.connector->SetAddressSource([] { return std::vector<CCmInetAddr>{CCmInetAddr("127.0.0.1", 0)}; });
+        ASSERT_EQ(ZYN_S_OK, a.connector->StartCollectCandidates(zyn::ZynConnectionPolicy_UDP, true, false));
+        // A peer that never answers: the plain path needs a transport from the peer's side too.
+        a.connector->SetOverrideIP(nullptr, 0);
+        ASSERT_EQ(ZYN_S_OK, a.connector->ConnectRemote(CCmInetAddr("127.0.0.1", 9), 1, true));
+    });
+    EXPECT_TRUE(a.timers.IsScheduled(IceTimer::Fallback));
+    EXPECT_EQ(10000u, a.timers.Get(IceTimer::Fallback).periodMs);
+    EXPECT_EQ(1u, a.timers.Get(IceTimer::Fallback).count);
+    OnNetwork([&] { a.connector->OnIceTimer(IceTimer::Fallback); });
+    ASSERT_EQ(1u, a.line.completions.size());
+    EXPECT_EQ(30000014, a.line.completions.front().reason);
+    OnNetwork([&] { EXPECT_TRUE(a.connector->IsIceCompleted()); });
+}
+
+// A Binding request the test builds itself: what an attacker or a confused peer sends. Its
+// transaction id carries `tag` in its first byte.
+std::vector<uint8_t> Request(uint8_t tag, const char* ufragPair, const char* password, bool breakFingerprint)
+{
+    auto m = std::make_unique<zyn_gatewalk::StunMessage>();
+    std::vector<uint8_t> bytes(1500);
+    gatewalk::StunMsgId id{};
+    for (int i = 0; i < 12; ++i) id.octet[i] = static_cast<uint8_t>(i + 1);
+    id.octet[0] = tag;
+    bytes.resize(zyn::ice::EncodeCheck<zyn::ice::ZynProfile>(*m, id, ufragPair, password, 1000, false, true, 7,
+                                                               bytes.data(), static_cast<uint32_t>(bytes.size())));
+    if (breakFingerprint && bytes.size() > 4) bytes.back() ^= 0x01;
+    return bytes;
+}
+
+TYPED_TEST(IceConnectorTest, ABindingRequestIsAnsweredOnlyWithTheRightCredentialsAndFingerprint)
+{
+    Side<TypeParam> a;
+    a.Gather(true);
+    const sdp::ice_caps remote("abcd", "0123456789012345678901",
+                               {sdp::ice_candidate("1", 1, "UDP", 2130706431u, "127.0.0.1", 40000, "host")});
+    OnNetwork([&] { a.connector->SetRemoteCandidates(remote, CCmInetAddr("127.0.0.1", 40000), false, 1, 0, true); });
+    const std::string pair = a.caps.get_data().username + ":abcd";
+    const std::string password = a.caps.get_data().password;
+    mstest::TraceCapture traces;
+    RawSocket peer;
+    // Refused first, then one that is answered: answers keep their order on this path, so whatever
+    // the refused ones would have got comes before the good one's.
+    peer.SendTo(a.defaultAddr, Request(1, pair.c_str(), "not-the-password-at-all", false));
+    peer.SendTo(a.defaultAddr, Request(2, pair.c_str(), password.c_str(), true));
+    peer.SendTo(a.defaultAddr, Request(3, "someone:else", password.c_str(), false));
+    peer.SendTo(a.defaultAddr, Request(4, pair.c_str(), password.c_str(), false));
+    std::vector<uint8_t> answer;
+    for (int i = 0; i < 4; ++i) {
+        answer = peer.Receive();
+        if (answer.size() < 20 || answer[8] == 4) break;
+        ADD_FAILURE() << "answered a refused request, tag " << static_cast<int>(answer[8]);
+    }
+    ASSERT_GE(answer.size(), 20u);
+    EXPECT_EQ(4, answer[8]);
+    EXPECT_EQ(0x01, answer[0]);  // a Binding success response
+    EXPECT_TRUE(traces.Contains("CIceConnector::OnReceive, invalid ICE credential for stun bind request."));
+    EXPECT_TRUE(traces.Contains("bad FINGERPRINT"));
+}
+
+// The first byte tells a packet's kind; DTLS from a pair nobody proved is dropped. After each
+// packet a known RTP packet follows on the same path: once the line has it, the one before was
+// handled.
+TYPED_TEST(IceConnectorTest, TheFirstByteTellsWhereAPacketGoes)
+{
+    Side<TypeParam> a;
+    a.line.dtls = true;
+    a.Gather(true);
+    const sdp::ice_caps remote("abcd", "0123456789012345678901",
+                               {sdp::ice_candidate("1", 1, "UDP", 2130706431u, "127.0.0.1", 40000, "host")});
+    OnNetwork([&] { a.connector->SetRemoteCandidates(remote, CCmInetAddr("127.0.0.1", 40000), false, 1, 0, true); });
+    struct Row {
+        uint8_t first;
+        bool toLine;  // RTP or RTCP for the line
+        bool dtls;    // counted as DTLS (and dropped: the sender proved nothing)
+    };
+    const Row rows[] = {{19, false, false},  {20, false, true},   {63, false, true},  {64, false, false},
+                        {127, false, false}, {128, true, false},  {191, true, false}, {192, false, false}};
+    RawSocket peer;
+    unsigned int stunSent = 0, stunReceived = 0, dtlsSent = 0, dtlsReceived = 0;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(static_cast<int>(row.first));
+        std::vector<uint8_t> packet(40, 0);
+        packet[0] = row.first;
+        packet[1] = 96;
+        const std::vector<uint8_t> sentinel = {0x80, 96, 0, 1, 'e', 'n', 'd', ' ', 'o', 'f', ' ', 'r', 'o', 'w', 0, 0};
+        OnNetwork([&] { a.connector->getAndResetStunDtlsStats(true, stunSent, stunReceived, dtlsSent, dtlsReceived); });
+        {
+            std::lock_guard<std::mutex> lock(a.line.mutex);
+            a.line.received.clear();
+        }
+        peer.SendTo(a.defaultAddr, packet);
+        peer.SendTo(a.defaultAddr, sentinel);
+        bool ended = false;
+        for (int round = 0; round < 1000 && !ended; ++round) {
+            Settle();
+            std::lock_guard<std::mutex> lock(a.line.mutex);
+            ended = !a.line.received.empty() && a.line.received.back().size() == sentinel.size();
+        }
+        ASSERT_TRUE(ended);
+        OnNetwork([&] { a.connector->getAndResetStunDtlsStats(true, stunSent, stunReceived, dtlsSent, dtlsReceived); });
+        std::lock_guard<std::mutex> lock(a.line.mutex);
+        EXPECT_EQ(row.toLine ? 2u : 1u, a.line.received.size());
+        EXPECT_EQ(row.dtls ? packet.size() : 0u, dtlsReceived);
+        EXPECT_EQ(0u, dtlsSent) << "no handshake answers an unproven sender";
+    }
+}
+
+}  // namespace
