@@ -106,6 +106,7 @@ public:
     const std::string& GetLocalPassword() const { return m_password; }
     typename P::Instance* GetIceInstance() const { return m_iceInst.get(); }
     size_t GetContextCount() const { return m_contexts.size(); }
+    size_t GetLiveTurnAllocations() const;
     size_t GetPendingRequestCount() const { return m_pendingRequests.size(); }
     size_t GetKeepAliveSentCount() const { return m_keepAliveSent.size(); }
     ICmTransport* GetTransport(int index) const { return m_Transports[index]; }

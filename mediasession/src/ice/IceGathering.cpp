@@ -4,18 +4,53 @@
 #include <openssl/rand.h>
 
 #include <cstring>
+#include <deque>
+#include <mutex>
 
 #include "config/GlobalConfig.h"
 #include "ice/IceAllocations.h"
 #include "ice/IceTrace.h"
 #include "sockaddr_util.h"
 #include "util/CmLocalAddr.h"
+#include "util/CmTick.h"
 
 namespace zyn {
 
 namespace {
 
 const sockaddr* Sa(const sockaddr_storage& a) { return reinterpret_cast<const sockaddr*>(&a); }
+
+// Ports a connector of this process let go of lately. A TURN server keeps a released allocation a
+// little while, and a new Allocate from the same address and port meets 437 (Allocation Mismatch);
+// a NAT keeps its mapping too. So a new candidate takes another port while the range has one.
+class CRecentPorts {
+public:
+    static CRecentPorts& Instance()
+    {
+        static CRecentPorts recent;
+        return recent;
+    }
+    void Released(uint16_t port)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_ports.size() == kKept) m_ports.pop_front();
+        m_ports.push_back({port, get_tick_count()});
+    }
+    bool IsRecent(uint16_t port)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const uint64_t now = get_tick_count();
+        for (const auto& [p, when] : m_ports)
+            if (p == port && now - when < kQuarantineMs) return true;
+        return false;
+    }
+
+private:
+    static constexpr size_t kKept = 64;
+    static constexpr uint64_t kQuarantineMs = 60000;
+    std::mutex m_mutex;
+    std::deque<std::pair<uint16_t, uint64_t>> m_ports;  // guarded by m_mutex
+};
 
 }  // namespace
 
@@ -166,10 +201,15 @@ ZynResult CIceConnectorT<P>::CreateAcceptor(CCmInetAddr* addr, uint32_t connType
     acceptors[0] = acceptors[1] = nullptr;
     const uint32_t width = static_cast<uint32_t>(m_portMax - m_portMin) + 1;
     const uint32_t start = m_portStarts[m_portIndex++];
-    for (uint32_t attempt = 0; attempt < width; ++attempt) {
+    // Two rounds: the first passes over ports let go of lately, the second takes any.
+    for (uint32_t attempt = 0; attempt < 2 * width; ++attempt) {
+        const bool fresh = attempt < width;
         const uint32_t position = start + 2 * attempt;
         const uint16_t port = static_cast<uint16_t>(m_portMin + ((position % width) & ~1u));
         if (!rtcpMux && port + 1 > m_portMax) continue;
+        if (fresh && (CRecentPorts::Instance().IsRecent(port) ||
+                      (!rtcpMux && CRecentPorts::Instance().IsRecent(static_cast<uint16_t>(port + 1)))))
+            continue;
         CmResult r = CM_OK;
         int opened = 0;
         for (int i = 0; i < (rtcpMux ? 1 : 2) && r == CM_OK; ++i) {
@@ -201,12 +241,14 @@ void CIceConnectorT<P>::CloseCandidates()
 {
     for (CIceCandidate& c : m_Candidates) {
         if (!c.acceptor) continue;
+        CRecentPorts::Instance().Released(c.rtpAddress.GetPort());
         c.acceptor->StopListen(CM_OK);
         c.acceptor->ReleaseReference();
         c.acceptor = nullptr;
     }
     for (ICmAcceptor*& a : m_plainAcceptors) {
         if (!a) continue;
+        CRecentPorts::Instance().Released(a->GetLocalAddr().GetPort());
         a->StopListen(CM_OK);
         a->ReleaseReference();
         a = nullptr;
@@ -559,6 +601,14 @@ void CIceConnectorT<P>::OnStunResult(StunAllocContext* stun, typename P::StunCal
     }
     if (stun->isCheck) ICE_INFO("stun server check with cache=" << stun->serverText);
     stun->Finish();
+}
+
+template <class P>
+size_t CIceConnectorT<P>::GetLiveTurnAllocations() const
+{
+    size_t n = 0;
+    for (const auto& t : m_turnContexts) n += t->allocated ? 1 : 0;
+    return n;
 }
 
 template <class P>
