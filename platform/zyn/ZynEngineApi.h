@@ -1,5 +1,6 @@
-// The simulated media engine: engine, session and track objects with numbered options.
-// Later it sends and receives real RTP; for now it keeps the state the session layer drives.
+// The simulated media engine: engine, session and track objects with numbered options. Sessions
+// send synthetic media as SRTP through the transport the media line gives them, and measure what
+// comes back.
 #pragma once
 
 #include <cstddef>
@@ -53,6 +54,39 @@ public:
     virtual bool IsStarted() = 0;
 };
 
+// Session option 6: the SRTP keys of one direction. The key bytes are copied during SetOption;
+// reading the option back gives the last accepted record, its key pointing at the session's copy.
+constexpr int32_t ZynSessionOption_SrtpCrypto = 6;
+
+enum ZynSrtpSuite : int32_t {
+    ZynSrtpSuite_NullCipherHmacSha1_80 = 0,
+    ZynSrtpSuite_AesCm128HmacSha1_32 = 1,
+    ZynSrtpSuite_AesCm128HmacSha1_80 = 2,
+    ZynSrtpSuite_AesCm256HmacSha1_80 = 3,
+    ZynSrtpSuite_AeadAes128Gcm = 4,
+    ZynSrtpSuite_AeadAes256Gcm = 5,
+    // Media in the clear in that direction.
+    ZynSrtpSuite_NonSrtp = 100,
+};
+
+struct ZynSrtpCryptoRecord {
+    int32_t direction;        // 2 receive; any other value send
+    int32_t suite;            // ZynSrtpSuite
+    const uint8_t* key;       // master key then master salt
+    uint32_t keyLength;       // 30 AES-CM 128 and NULL, 46 AES-CM 256, 28 GCM 128, 44 GCM 256
+    int32_t cipherAlgorithm;  // 3, or 2 with the NULL cipher
+    int32_t authAlgorithm;    // 3, or 2 with the NULL cipher
+    int32_t fecOrder;         // ZynSecurityFECOrder
+    int32_t reserved;         // 0
+    uint32_t flag;            // kept as given
+    uint64_t value;           // kept as given
+};
+static_assert(sizeof(ZynSrtpCryptoRecord) == 48, "session option 6 is a 48-byte record");
+
+// Bit n set: the engine can key suite value n (NULL, AES-CM 128 and 256 always; GCM where the
+// installed SRTP library has it). Media lines offer only these.
+uint32_t ZynGetSrtpSuiteMask();
+
 // What one session has sent and received so far.
 struct ZynFlowStatistics {
     uint64_t packetsSent;
@@ -82,8 +116,6 @@ public:
     // Packets from the network (RTP, RTCP), SRTP-protected when keyed.
     virtual ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) = 0;
-    // direction 1 send, 2 receive; 30 bytes of master key and salt.
-    virtual ZynResult SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length) = 0;
     virtual ZynResult GetFlowStatistics(ZynFlowStatistics& stats) = 0;
 };
 

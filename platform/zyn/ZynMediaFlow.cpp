@@ -78,11 +78,17 @@ void MediaFlow::SetTransport(IZynMediaTransport* transport)
     m_transport = transport;
 }
 
-bool MediaFlow::SetKey(int direction, const std::string& suite, const uint8_t* keySalt, size_t length)
+bool MediaFlow::SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (direction == 2) return m_receiveSrtp.SetKey(zynrtp::SrtpContext::Direction::Receive, suite, keySalt, length);
-    return m_sendSrtp.SetKey(zynrtp::SrtpContext::Direction::Send, suite, keySalt, length);
+    const bool receive = direction == 2;
+    zynrtp::SrtpContext& context = receive ? m_receiveSrtp : m_sendSrtp;
+    if (suite == ZynSrtpSuite_NonSrtp) {
+        context.Clear();
+        return true;
+    }
+    using Direction = zynrtp::SrtpContext::Direction;
+    return context.SetKey(receive ? Direction::Receive : Direction::Send, suite, keySalt, length);
 }
 
 void MediaFlow::OnTimer(CCmTimerWrapperID*)

@@ -35,8 +35,8 @@ public:
     ~MediaFlow() override;
 
     void SetTransport(IZynMediaTransport* transport);
-    // direction 1 send, 2 receive.
-    bool SetKey(int direction, const std::string& suite, const uint8_t* keySalt, size_t length);
+    // direction 2 receive, any other send. suite ZynSrtpSuite_NonSrtp drops the key of that direction.
+    bool SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length);
     ZynResult ReceiveRtp(const uint8_t* data, uint32_t length);
     ZynResult ReceiveRtcp(const uint8_t* data, uint32_t length);
     ZynFlowStatistics GetStatistics();

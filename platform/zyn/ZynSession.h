@@ -1,3 +1,5 @@
+// An engine session: its tracks, options and CSIs, and the media flow that carries its packets.
+// Any thread; the members say which lock guards them.
 #pragma once
 
 #include <map>
@@ -25,9 +27,8 @@ public:
     ZynResult Failover() override;
     ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) override;
-    ZynResult SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length) override;
     ZynResult GetFlowStatistics(ZynFlowStatistics& stats) override;
-    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override { return m_options.Set(id, value, size); }
+    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override;
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
 
     bool IsStopped();
@@ -41,6 +42,12 @@ private:
     bool m_stopped = false;                     // guarded by m_mutex
     OptionStore m_options;
     bool HasRunningLocalTrack();
+    ZynResult SetSrtpCrypto(const void* value, uint32_t size);
+
+    // Copies of the last accepted keys, send and receive, that option 6 reads back through; wiped
+    // when replaced and at the end. Guarded by m_keyMutex, which also orders the option's store.
+    std::mutex m_keyMutex;
+    uint8_t m_keys[2][64] = {};
     std::unique_ptr<MediaFlow> m_flow;  // made last, destroyed first: its timer reads the tracks
 };
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <vector>
 
+#include "zyn/ZynEngineApi.h"
 #include "zyn/ZynRtp.h"
 #include "zyn/ZynSrtp.h"
 
@@ -156,12 +157,13 @@ TEST(SrtpTest, ProtectedPacketsOpenOnlyWithTheKeyAndOnlyOnce)
     uint8_t key[30];
     for (int i = 0; i < 30; ++i) key[i] = static_cast<uint8_t>(i * 7);
     SrtpContext send, receive, stranger;
-    ASSERT_TRUE(send.SetKey(SrtpContext::Direction::Send, "AES_CM_128_HMAC_SHA1_80", key, sizeof(key)));
-    ASSERT_TRUE(receive.SetKey(SrtpContext::Direction::Receive, "AES_CM_128_HMAC_SHA1_80", key, sizeof(key)));
+    const int32_t suite = ZynSrtpSuite_AesCm128HmacSha1_80;
+    ASSERT_TRUE(send.SetKey(SrtpContext::Direction::Send, suite, key, sizeof(key)));
+    ASSERT_TRUE(receive.SetKey(SrtpContext::Direction::Receive, suite, key, sizeof(key)));
     key[0] ^= 1;
-    ASSERT_TRUE(stranger.SetKey(SrtpContext::Direction::Receive, "AES_CM_128_HMAC_SHA1_80", key, sizeof(key)));
-    EXPECT_FALSE(SrtpContext().SetKey(SrtpContext::Direction::Send, "F8_128_HMAC_SHA1_80", key, sizeof(key)));
-    EXPECT_FALSE(SrtpContext().SetKey(SrtpContext::Direction::Send, "AES_CM_128_HMAC_SHA1_80", key, 16));
+    ASSERT_TRUE(stranger.SetKey(SrtpContext::Direction::Receive, suite, key, sizeof(key)));
+    EXPECT_FALSE(SrtpContext().SetKey(SrtpContext::Direction::Send, 7, key, sizeof(key)));
+    EXPECT_FALSE(SrtpContext().SetKey(SrtpContext::Direction::Send, suite, key, 16));
 
     auto clear = Packet(100, 3000, 40);
     std::vector<uint8_t> wire(clear.size() + SrtpContext::kMaxTrailer);
