@@ -117,6 +117,11 @@ public:
     virtual ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult GetFlowStatistics(ZynFlowStatistics& stats) = 0;
+    // What the negotiation agreed for a codec: direction 1 send, 2 receive; codecType a ZynCodecType
+    // of the session's media kind (or DTMF, FEC, RTX); payloadType 0 to 127; clockRate in Hz. The
+    // media of the session goes out on the last send codec set; until one is, on the engine's own
+    // payload type for the kind. A received payload type tells the clock its jitter is counted in.
+    virtual ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate) = 0;
 };
 
 class IZynNetworkIndicator : public IZynUnknown {
@@ -137,6 +142,18 @@ public:
     virtual bool IsStopped() = 0;
 };
 
+// Time as an engine's sessions read it.
+class IZynClock {
+public:
+    // Milliseconds of a monotonic clock, any origin.
+    virtual uint64_t NowMs() = 0;
+    // Wall-clock time in NTP's 32.32 fixed point, for sender reports and round trips.
+    virtual uint64_t NowNtp() = 0;
+
+protected:
+    ~IZynClock() = default;
+};
+
 struct ZynEngineVersion {
     uint32_t major, minor, patch, build;
 };
@@ -147,6 +164,12 @@ ZynResult ZynUninit();
 int ZynInitCount();
 // reserved must be 0. The id names the engine instance (a call and its svs twin differ).
 ZynResult ZynCreateMediaEngineEx(IZynMediaEngineInternal** out, int reserved, uint32_t id, bool externalTransport);
+// An engine without a media thread, for tests and benchmarks: its sessions read `clock`, which
+// must outlive the engine, and make frames and reports only inside ZynRunEngineClock.
+ZynResult ZynCreateMediaEngineWithClock(IZynMediaEngineInternal** out, uint32_t id, IZynClock* clock);
+// Runs what is due by the clock (frames, reports) for every session of such an engine, on the
+// caller's thread. ZYN_E_INVALIDARG for an engine that runs its own media thread.
+ZynResult ZynRunEngineClock(IZynMediaEngineInternal* engine);
 ZynResult ZynSetMediaEngineOption(int32_t id, const void* value, uint32_t size);
 ZynResult ZynGetMediaEngineOption(int32_t id, void* value, uint32_t& size);
 ZynEngineVersion ZynGetVersion();

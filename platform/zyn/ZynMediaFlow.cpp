@@ -5,6 +5,8 @@
 #include <random>
 
 #include "tp/CmThreadManager.h"
+#include "mediasession/ZynMediaConfig.h"
+#include "zyn/ZynCodecs.h"
 
 namespace zynsim {
 
@@ -12,8 +14,9 @@ namespace {
 
 // The room a packet needs: header, the largest payload, and the SRTP trailer.
 constexpr size_t kPacketBuffer = 1500;
-// Offset of the NTP era from the Unix epoch, in seconds.
-constexpr uint64_t kNtpUnixOffset = 2208988800ull;
+// A tick that finds more frames than this due (a stalled thread, a clock jump) starts afresh
+// rather than sending a burst.
+constexpr uint64_t kMaxFramesBehind = 5;
 
 uint32_t Random32()
 {
@@ -34,14 +37,41 @@ FlowProfile ProfileOf(ZynSessionType type)
     }
 }
 
-MediaFlow::MediaFlow(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread, std::function<bool()> hasLocalTrack)
+// Codec types a session of the kind may be told of: its media kind's list, and the ones that ride
+// beside any media.
+bool CodecFitsSession(int32_t codecType, ZynSessionType type)
+{
+    if (codecType == ZynCodecType_FEC || codecType == ZynCodecType_RTX) return true;
+    const bool audio = type == ZynSessionType_Audio || type == ZynSessionType_AudioSlide;
+    const bool video = type == ZynSessionType_Video || type == ZynSessionType_ScreenShare;
+    if (!audio && !video) return false;
+    if (audio && (codecType == ZynCodecType_DTMF || codecType == ZynCodecType_CN)) return true;
+    const ZynEngineCodecInfo* list = nullptr;
+    const size_t n = ZynGetMediaCodecs(audio ? ZynCodecMedia_Audio : ZynCodecMedia_Video, &list);
+    for (size_t i = 0; i < n; ++i)
+        if (list[i].codecType == codecType) return true;
+    return false;
+}
+
+// What carries media: not DTMF, comfort noise, FEC or RTX.
+bool IsMediaCodec(int32_t codecType)
+{
+    return codecType != ZynCodecType_DTMF && codecType != ZynCodecType_CN && codecType != ZynCodecType_FEC &&
+           codecType != ZynCodecType_RTX;
+}
+
+MediaFlow::MediaFlow(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread,
+                     std::function<bool()> hasLocalTrack)
     : m_type(type),
       m_profile(ProfileOf(type)),
+      m_clock(clock),
       m_thread(std::move(mediaThread)),
       m_hasLocalTrack(std::move(hasLocalTrack)),
       m_ssrc(Random32()),
       m_sequence(static_cast<uint16_t>(Random32())),
-      m_timestamp(Random32())
+      m_timestamp(Random32()),
+      m_sendPayloadType(m_profile.payloadType),
+      m_sendClockRate(m_profile.clockRate)
 {
     if (!m_thread || m_profile.frameMs == 0) return;
     CmInvokeInThread(m_thread.get(), false, [this] {
@@ -53,23 +83,6 @@ MediaFlow::~MediaFlow()
 {
     // Waits out a frame in progress on the media thread.
     m_timer.Cancel();
-}
-
-uint64_t MediaFlow::NowMs()
-{
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                     std::chrono::steady_clock::now().time_since_epoch())
-                                     .count());
-}
-
-uint64_t MediaFlow::NtpNow()
-{
-    auto us = std::chrono::duration_cast<std::chrono::microseconds>(
-                  std::chrono::system_clock::now().time_since_epoch())
-                  .count();
-    uint64_t seconds = static_cast<uint64_t>(us) / 1000000 + kNtpUnixOffset;
-    uint64_t fraction = (static_cast<uint64_t>(us) % 1000000) * (1ull << 32) / 1000000;
-    return (seconds << 32) | fraction;
 }
 
 void MediaFlow::SetTransport(IZynMediaTransport* transport)
@@ -91,20 +104,70 @@ bool MediaFlow::SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt,
     return context.SetKey(receive ? Direction::Receive : Direction::Send, suite, keySalt, length);
 }
 
-void MediaFlow::OnTimer(CCmTimerWrapperID*)
+ZynResult MediaFlow::SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate)
 {
-    uint64_t now = NowMs();
-    if (m_hasLocalTrack && m_hasLocalTrack()) SendFrame(now);
+    if ((direction != 1 && direction != 2) || payloadType > 127 || clockRate == 0) return ZYN_E_INVALIDARG;
+    if (!CodecFitsSession(codecType, m_type)) return ZYN_E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (direction == 1) {
+        // Only a media codec changes what the frames go out as; the others would ride beside it.
+        if (IsMediaCodec(codecType)) {
+            m_sendPayloadType = payloadType;
+            m_sendClockRate = clockRate;
+        }
+        return ZYN_S_OK;
+    }
+    for (size_t i = 0; i < m_receiveCodecCount; ++i) {
+        if (m_receiveCodecs[i].payloadType == payloadType) {
+            m_receiveCodecs[i].clockRate = clockRate;
+            return ZYN_S_OK;
+        }
+    }
+    if (m_receiveCodecCount == kMaxReceiveCodecs) return ZYN_E_FAIL;
+    m_receiveCodecs[m_receiveCodecCount++] = {payloadType, clockRate};
+    return ZYN_S_OK;
+}
+
+uint32_t MediaFlow::ReceiveClockRate(uint8_t payloadType) const
+{
+    for (size_t i = 0; i < m_receiveCodecCount; ++i)
+        if (m_receiveCodecs[i].payloadType == payloadType) return m_receiveCodecs[i].clockRate;
+    return m_profile.clockRate ? m_profile.clockRate : 90000;
+}
+
+void MediaFlow::OnTimer(CCmTimerWrapperID*) { Tick(); }
+
+void MediaFlow::Tick()
+{
+    if (m_profile.frameMs == 0) return;
+    const uint64_t now = m_clock->NowMs();
+    const bool sending = m_hasLocalTrack && m_hasLocalTrack();
+    if (!sending) {
+        m_sending = false;
+    } else {
+        if (!m_sending || now > m_nextFrameMs + kMaxFramesBehind * m_profile.frameMs) m_nextFrameMs = now;
+        m_sending = true;
+        while (m_nextFrameMs <= now) {
+            SendFrame();
+            m_nextFrameMs += m_profile.frameMs;
+        }
+    }
+    if (!m_reporting) {
+        m_reporting = true;
+        m_lastReportMs = now;
+    }
     if (now - m_lastReportMs >= 1000) SendReport(now);
 }
 
-void MediaFlow::SendFrame(uint64_t)
+void MediaFlow::SendFrame()
 {
     std::lock_guard<std::mutex> sending(m_sendMutex);
     uint32_t left = m_profile.bytesPerFrame;
+    uint8_t payloadType = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_timestamp += m_profile.clockRate / 1000 * m_profile.frameMs;
+        m_timestamp += static_cast<uint32_t>(uint64_t{m_sendClockRate} * m_profile.frameMs / 1000);
+        payloadType = m_sendPayloadType;
     }
     if (!m_transport) return;
     while (left > 0) {
@@ -115,7 +178,7 @@ void MediaFlow::SendFrame(uint64_t)
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             zynrtp::RtpHeader h;
-            h.payloadType = m_profile.payloadType;
+            h.payloadType = payloadType;
             h.marker = left == 0;
             h.sequence = m_sequence++;
             h.timestamp = m_timestamp;
@@ -145,7 +208,7 @@ void MediaFlow::SendReport(uint64_t now)
         if (!m_transport) return;
         zynrtp::SenderReport sr;
         sr.ssrc = m_ssrc;
-        sr.ntp = NtpNow();
+        sr.ntp = m_clock->NowNtp();
         sr.rtpTimestamp = m_timestamp;
         sr.packets = static_cast<uint32_t>(m_stats.packetsSent);
         sr.octets = static_cast<uint32_t>(m_stats.bytesSent);
@@ -192,8 +255,8 @@ ZynResult MediaFlow::ReceiveRtp(const uint8_t* data, uint32_t length)
     }
     auto h = zynrtp::ReadRtpHeader(packet, n);
     if (!h) return ZYN_E_INVALIDARG;
-    uint64_t now = NowMs();
-    auto it = m_sources.try_emplace(h->ssrc, m_profile.clockRate ? m_profile.clockRate : 90000).first;
+    uint64_t now = m_clock->NowMs();
+    auto it = m_sources.try_emplace(h->ssrc, ReceiveClockRate(h->payloadType)).first;
     it->second.OnPacket(*h, n, now);
     ++m_stats.packetsReceived;
     m_stats.bytesReceived += n;
@@ -222,7 +285,7 @@ ZynResult MediaFlow::ReceiveRtcp(const uint8_t* data, uint32_t length)
     }
     auto sr = zynrtp::ReadSenderReport(packet, n);
     if (!sr) return ZYN_E_INVALIDARG;
-    uint64_t arrival = NtpNow();
+    uint64_t arrival = m_clock->NowNtp();
     m_lastRemoteSrMiddle = static_cast<uint32_t>(sr->ntp >> 16);
     m_lastRemoteSrArrivalNtp = arrival;
     if (sr->hasBlock && sr->sourceSsrc == m_ssrc && sr->lastSr != 0)

@@ -1,7 +1,9 @@
-// The packets of one engine session: on the engine's media thread a timer makes synthetic frames
-// at the rate of the media kind while a local track runs, and sends them, SRTP-protected when
-// keyed, through the session's transport with a sender report each second; what the network
-// delivers is checked, decrypted and counted for loss, jitter, round trip and bitrate.
+// The packets of one engine session: each tick makes the synthetic frames due at the rate of the
+// media kind while a local track runs, and sends them, SRTP-protected when keyed, on the agreed
+// payload type through the session's transport, with a sender report each second; what the
+// network delivers is checked, decrypted and counted for loss, jitter, round trip and bitrate.
+// Ticks come from a timer on the engine's media thread, or from the engine's owner when the
+// engine runs on a clock of its own. Packets arrive on the line's network thread.
 #pragma once
 
 #include <cstdint>
@@ -30,13 +32,18 @@ FlowProfile ProfileOf(ZynSessionType type);
 
 class MediaFlow : public CCmTimerWrapperIDSink {
 public:
-    // hasLocalTrack is asked on each frame: frames are made only while a local track runs.
-    MediaFlow(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread, std::function<bool()> hasLocalTrack);
+    // hasLocalTrack is asked on each tick: frames are made only while a local track runs. Without a
+    // media thread nothing ticks but the owner's calls to Tick.
+    MediaFlow(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread,
+              std::function<bool()> hasLocalTrack);
     ~MediaFlow() override;
 
     void SetTransport(IZynMediaTransport* transport);
     // direction 2 receive, any other send. suite ZynSrtpSuite_NonSrtp drops the key of that direction.
     bool SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length);
+    ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate);
+    // Sends the frames and the report that are due by the clock.
+    void Tick();
     ZynResult ReceiveRtp(const uint8_t* data, uint32_t length);
     ZynResult ReceiveRtcp(const uint8_t* data, uint32_t length);
     ZynFlowStatistics GetStatistics();
@@ -44,13 +51,20 @@ public:
     void OnTimer(CCmTimerWrapperID* id) override;
 
 private:
-    void SendFrame(uint64_t nowMs);
+    void SendFrame();
     void SendReport(uint64_t nowMs);
-    static uint64_t NowMs();
-    static uint64_t NtpNow();
+    uint32_t ReceiveClockRate(uint8_t payloadType) const;
+
+    // Received payload types whose clock is known.
+    static constexpr size_t kMaxReceiveCodecs = 16;
+    struct ReceiveCodec {
+        uint8_t payloadType;
+        uint32_t clockRate;
+    };
 
     const ZynSessionType m_type;
     const FlowProfile m_profile;
+    IZynClock* const m_clock;
     std::shared_ptr<ACmThread> m_thread;
     std::function<bool()> m_hasLocalTrack;
     CCmTimerWrapperID m_timer;  // media thread
@@ -65,6 +79,14 @@ private:
     uint32_t m_ssrc;
     uint16_t m_sequence;
     uint32_t m_timestamp;
+    uint8_t m_sendPayloadType;
+    uint32_t m_sendClockRate;
+    ReceiveCodec m_receiveCodecs[kMaxReceiveCodecs] = {};
+    size_t m_receiveCodecCount = 0;
+    // Touched only by Tick.
+    bool m_sending = false;  // a local track ran at the last tick
+    uint64_t m_nextFrameMs = 0;
+    bool m_reporting = false;
     uint64_t m_lastReportMs = 0;
     ZynFlowStatistics m_stats{};
     std::map<uint32_t, zynrtp::ReceiveStatistics> m_sources;

@@ -12,7 +12,8 @@ namespace zynsim {
 
 class Session final : public RefCounted<IZynMediaSession> {
 public:
-    Session(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread);
+    // Without a media thread the session moves only when the engine's owner runs Tick.
+    Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread);
     ~Session() override;
 
     ZynSessionType GetSessionType() override { return m_type; }
@@ -28,6 +29,11 @@ public:
     ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult GetFlowStatistics(ZynFlowStatistics& stats) override;
+    ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate) override
+    {
+        return m_flow->SetCodecPt(direction, payloadType, codecType, clockRate);
+    }
+    void Tick() { m_flow->Tick(); }
     ZynResult SetOption(int32_t id, const void* value, uint32_t size) override;
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
 
