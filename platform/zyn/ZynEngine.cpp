@@ -1,7 +1,11 @@
 // The engine object and the library's entry points. Any thread; the members say which lock
 // guards them.
+#include <openssl/rand.h>
+
 #include <chrono>
 #include <mutex>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "zyn/ZynSession.h"
@@ -41,6 +45,21 @@ public:
 
 SystemClock g_systemClock;
 
+// RFC 7022: a random CNAME per engine instance, the same for all its sessions so the far end can
+// tie its streams together, and telling nothing about the machine.
+std::string RandomCname()
+{
+    static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    uint8_t bytes[16];
+    if (RAND_bytes(bytes, sizeof(bytes)) != 1) {
+        std::random_device device;
+        for (uint8_t& b : bytes) b = static_cast<uint8_t>(device());
+    }
+    std::string cname;
+    for (uint8_t b : bytes) cname += kAlphabet[b % 64];
+    return cname;
+}
+
 // Until received packets exist to judge by, every link counts as good.
 class NetworkIndicator final : public RefCounted<IZynNetworkIndicator> {
 public:
@@ -52,7 +71,11 @@ public:
     // A null clock: the system's, with one media thread per engine instance that makes and sends
     // the frames of all its sessions. Another clock: no thread; the owner runs the sessions.
     Engine(uint32_t id, bool externalTransport, IZynClock* clock)
-        : m_id(id), m_external(externalTransport), m_clock(clock ? clock : &g_systemClock), m_manual(clock != nullptr)
+        : m_id(id),
+          m_external(externalTransport),
+          m_clock(clock ? clock : &g_systemClock),
+          m_manual(clock != nullptr),
+          m_cname(RandomCname())
     {
         if (m_manual) return;
         auto thread = std::make_shared<CCmLoopThread>();
@@ -72,7 +95,7 @@ public:
         if (type < ZynSessionType_Audio || type > ZynSessionType_Application) return ZYN_E_INVALIDARG;
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped) return ZYN_E_WRONGSTATE;
-        auto* session = new Session(type, m_clock, m_mediaThread);
+        auto* session = new Session(type, m_clock, m_mediaThread, m_cname);
         session->AddRef();  // the engine keeps one to stop it with the engine
         m_sessions.push_back(session);
         *out = session;
@@ -137,6 +160,7 @@ private:
     const bool m_external;
     IZynClock* const m_clock;
     const bool m_manual;
+    const std::string m_cname;
     std::mutex m_mutex;
     std::vector<Session*> m_sessions;  // guarded by m_mutex
     bool m_stopped = false;            // guarded by m_mutex

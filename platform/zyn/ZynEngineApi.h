@@ -101,6 +101,25 @@ struct ZynFlowStatistics {
     uint64_t srtpFailures;     // packets refused by SRTP (tampered, replayed, wrong key)
 };
 
+// One RTP stream of a session. A received stream holds what this end measured of it, which is also
+// what its report blocks tell the sender; a sent stream holds what the far end last reported about it.
+struct ZynStreamStatistics {
+    uint32_t ssrc;
+    int32_t direction;         // 1 sent by this session, 2 received
+    uint8_t payloadType;       // of the last packet sent or received
+    uint64_t packets;          // sent or received
+    uint64_t bytes;            // RTP bytes, without the SRTP trailer
+    int64_t lost;              // expected less received since the stream began (reported, when sent)
+    double lossRatio;          // lost / expected since the stream began
+    double fractionLost;       // over the last report interval, 0 to 1
+    double jitterMs;           // interarrival jitter (reported, when sent)
+    uint32_t highestSequence;  // extended highest sequence number (reported, when sent)
+    uint16_t lastSequence;     // received: of the last packet; sent: of the next one to go
+    double rttMs;              // sent: from the last block that gave a round trip; 0 until then
+    uint32_t reports;          // sent: blocks received about it; received: sender reports from it
+    char cname[64];            // received: the CNAME its sender gave, cut to fit; empty until one came
+};
+
 class IZynMediaSession : public IZynUnknown, public IZynOptionHolder {
 public:
     virtual ZynSessionType GetSessionType() = 0;
@@ -117,6 +136,9 @@ public:
     virtual ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult GetFlowStatistics(ZynFlowStatistics& stats) = 0;
+    // The sent stream, then each received one. count in: room in `streams`; out: streams there
+    // are. ZYN_E_INVALIDARG when the room is too small (or `streams` is null).
+    virtual ZynResult GetStreamStatistics(ZynStreamStatistics* streams, uint32_t& count) = 0;
     // What the negotiation agreed for a codec: direction 1 send, 2 receive; codecType a ZynCodecType
     // of the session's media kind (or DTMF, FEC, RTX); payloadType 0 to 127; clockRate in Hz. The
     // media of the session goes out on the last send codec set; until one is, on the engine's own

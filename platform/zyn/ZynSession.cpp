@@ -7,9 +7,11 @@
 
 namespace zynsim {
 
-Session::Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread) : m_type(type)
+Session::Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname)
+    : m_type(type)
 {
-    m_flow = std::make_unique<MediaFlow>(type, clock, std::move(mediaThread), [this] { return HasRunningLocalTrack(); });
+    m_flow = std::make_unique<MediaFlow>(
+        type, clock, std::move(mediaThread), [this] { return HasRunningLocalTrack(); }, std::move(cname));
 }
 
 Session::~Session()

@@ -13,7 +13,7 @@ namespace zynsim {
 class Session final : public RefCounted<IZynMediaSession> {
 public:
     // Without a media thread the session moves only when the engine's owner runs Tick.
-    Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread);
+    Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname);
     ~Session() override;
 
     ZynSessionType GetSessionType() override { return m_type; }
@@ -29,6 +29,10 @@ public:
     ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult GetFlowStatistics(ZynFlowStatistics& stats) override;
+    ZynResult GetStreamStatistics(ZynStreamStatistics* streams, uint32_t& count) override
+    {
+        return m_flow->GetStreamStatistics(streams, count);
+    }
     ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate) override
     {
         return m_flow->SetCodecPt(direction, payloadType, codecType, clockRate);

@@ -59,6 +59,7 @@ public:
             } else {
                 m_to->ReceiveRTPPacket(p.bytes.data(), size);
                 ++rtpDelivered;
+                lastDelivered = std::move(p.bytes);
             }
         }
     }
@@ -68,6 +69,7 @@ public:
     std::function<bool(size_t)> dropRtp;
     std::vector<Packet> rtp, rtcp;  // everything sent, dropped or not
     size_t rtpDelivered = 0;
+    Packet lastDelivered;
 
 private:
     struct Pending {
