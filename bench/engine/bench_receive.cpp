@@ -15,7 +15,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -165,29 +164,14 @@ private:
     ICmTransport* m_transport = nullptr;
 };
 
-// The system's clocks, read as the engine reads them, on an engine that starts no media thread.
-struct SystemClock : IZynClock {
-    uint64_t NowMs() override
-    {
-        using namespace std::chrono;
-        return static_cast<uint64_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
-    }
-    uint64_t NowNtp() override
-    {
-        using namespace std::chrono;
-        const auto us = static_cast<uint64_t>(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
-        return ((us / 1000000 + 2208988800ull) << 32) | ((us % 1000000) << 32) / 1000000;
-    }
-};
-
 void Path(benchmark::State& state, const ReceiveHop* hop)
 {
     PinToOneCore();
-    SystemClock clock;
     ZynInit(0);
     IZynMediaEngineInternal* engine = nullptr;
     IZynMediaSession* session = nullptr;
-    ZynCreateMediaEngineWithClock(&engine, 1, &clock);
+    // The system's clocks, on an engine that starts no media thread.
+    ZynCreateMediaEngineWithClock(&engine, 1, ZynSystemClock());
     engine->CreateMediaSession(ZynSessionType_Audio, &session);
     ZynSrtpCryptoRecord record{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0};
     session->SetOption(ZynSessionOption_SrtpCrypto, &record, sizeof(record));

@@ -186,6 +186,8 @@ ZynResult ZynUninit()
     return ZYN_S_OK;
 }
 
+IZynClock* ZynSystemClock() { return &zynsim::g_systemClock; }
+
 int ZynInitCount()
 {
     std::lock_guard<std::mutex> lock(zynsim::g_initMutex);

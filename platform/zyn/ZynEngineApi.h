@@ -186,6 +186,8 @@ ZynResult ZynUninit();
 int ZynInitCount();
 // reserved must be 0. The id names the engine instance (a call and its svs twin differ).
 ZynResult ZynCreateMediaEngineEx(IZynMediaEngineInternal** out, int reserved, uint32_t id, bool externalTransport);
+// The system's clocks as an engine of its own reads them.
+IZynClock* ZynSystemClock();
 // An engine without a media thread, for tests and benchmarks: its sessions read `clock`, which
 // must outlive the engine, and make frames and reports only inside ZynRunEngineClock.
 ZynResult ZynCreateMediaEngineWithClock(IZynMediaEngineInternal** out, uint32_t id, IZynClock* clock);

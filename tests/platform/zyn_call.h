@@ -151,6 +151,18 @@ private:
     std::vector<std::unique_ptr<Link>> m_links;
 };
 
+// One session sending to another of the same kind.
+struct OneWay {
+    explicit OneWay(ZynSessionType type = ZynSessionType_Audio)
+        : from(call.Add(type)), to(call.Add(type)), link(call.Connect(from, to))
+    {
+    }
+    Call call;
+    IZynMediaSession* from;
+    IZynMediaSession* to;
+    Link& link;
+};
+
 inline ZynFlowStatistics FlowOf(IZynMediaSession* s)
 {
     ZynFlowStatistics f{};

@@ -252,18 +252,15 @@ TEST(PayloadTypeTest, MediaGoesOutOnTheAgreedPayloadTypeAndClock)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        Call call;
-        IZynMediaSession* from = call.Add(row.type);
-        IZynMediaSession* to = call.Add(row.type);
-        Link& link = call.Connect(from, to);
+        OneWay net(row.type);
         for (const Codec& c : row.set)
-            ASSERT_EQ(ZYN_S_OK, from->SetCodecPt(c.direction, c.payloadType, c.codec, c.clock));
-        call.Start(from);
-        call.Run(1000);
-        ASSERT_GE(link.rtp.size(), 5u);
+            ASSERT_EQ(ZYN_S_OK, net.from->SetCodecPt(c.direction, c.payloadType, c.codec, c.clock));
+        net.call.Start(net.from);
+        net.call.Run(1000);
+        ASSERT_GE(net.link.rtp.size(), 5u);
         std::set<uint32_t> steps;
-        uint32_t last = ReadWire(link.rtp.front()).timestamp;
-        for (const Packet& p : link.rtp) {
+        uint32_t last = ReadWire(net.link.rtp.front()).timestamp;
+        for (const Packet& p : net.link.rtp) {
             const WireHeader h = ReadWire(p);
             EXPECT_EQ(row.wirePayloadType, h.payloadType);
             // A video frame spans packets of one timestamp.
@@ -297,14 +294,11 @@ TEST(PayloadTypeTest, ACodecThatDoesNotFitIsRefusedAndChangesNothing)
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
-        Call call;
-        IZynMediaSession* from = call.Add(row.type);
-        IZynMediaSession* to = call.Add(row.type);
-        Link& link = call.Connect(from, to);
-        EXPECT_EQ(ZYN_E_INVALIDARG, from->SetCodecPt(row.direction, static_cast<uint8_t>(row.payloadType), row.codec, row.clock));
-        call.Start(from);
-        call.Run(200);
-        for (const Packet& p : link.rtp) EXPECT_EQ(row.type == ZynSessionType_Audio ? 111 : 102, ReadWire(p).payloadType);
+        OneWay net(row.type);
+        EXPECT_EQ(ZYN_E_INVALIDARG, net.from->SetCodecPt(row.direction, static_cast<uint8_t>(row.payloadType), row.codec, row.clock));
+        net.call.Start(net.from);
+        net.call.Run(200);
+        for (const Packet& p : net.link.rtp) EXPECT_EQ(row.type == ZynSessionType_Audio ? 111 : 102, ReadWire(p).payloadType);
     }
 }
 
@@ -312,18 +306,15 @@ TEST(PayloadTypeTest, ACodecThatDoesNotFitIsRefusedAndChangesNothing)
 // other packet 10 ms late shows 10 ms, not the figure a 48 kHz clock would make of it.
 TEST(PayloadTypeTest, JitterIsCountedInTheClockOfTheReceivedPayloadType)
 {
-    Call call;
-    IZynMediaSession* a = call.Add();
-    IZynMediaSession* b = call.Add();
-    Link& ab = call.Connect(a, b);
-    ASSERT_EQ(ZYN_S_OK, a->SetCodecPt(1, 0, ZynCodecType_PCMU, 8000));
-    ASSERT_EQ(ZYN_S_OK, b->SetCodecPt(2, 0, ZynCodecType_PCMU, 8000));
-    call.Start(a);
+    OneWay net;
+    ASSERT_EQ(ZYN_S_OK, net.from->SetCodecPt(1, 0, ZynCodecType_PCMU, 8000));
+    ASSERT_EQ(ZYN_S_OK, net.to->SetCodecPt(2, 0, ZynCodecType_PCMU, 8000));
+    net.call.Start(net.from);
     for (int i = 0; i < 200; ++i) {
-        ab.delayMs = i % 2 ? 10 : 0;
-        call.Run(20);
+        net.link.delayMs = i % 2 ? 10 : 0;
+        net.call.Run(20);
     }
-    EXPECT_NEAR(10.0, FlowOf(b).jitterMs, 1.0);
+    EXPECT_NEAR(10.0, FlowOf(net.to).jitterMs, 1.0);
 }
 
 // An engine with its own media thread sends on the system clock with no one driving it.
