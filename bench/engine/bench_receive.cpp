@@ -173,7 +173,7 @@ void Path(benchmark::State& state, const ReceiveHop* hop)
     // The system's clocks, on an engine that starts no media thread.
     ZynCreateMediaEngineWithClock(&engine, 1, ZynSystemClock());
     engine->CreateMediaSession(ZynSessionType_Audio, &session);
-    ZynSrtpCryptoRecord record{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0};
+    ZynSrtpCryptoRecord record{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0, 0};
     session->SetOption(ZynSessionOption_SrtpCrypto, &record, sizeof(record));
     {
         std::unique_ptr<ICmTransportSink> sink = hop->make(session);

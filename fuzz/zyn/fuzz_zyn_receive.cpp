@@ -37,7 +37,7 @@ struct World {
         ZynCreateMediaEngineWithClock(&engine, 1, &clock);
         engine->CreateMediaSession(ZynSessionType_Video, &clear);
         engine->CreateMediaSession(ZynSessionType_Video, &keyed);
-        ZynSrtpCryptoRecord r{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0};
+        ZynSrtpCryptoRecord r{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0, 0};
         keyed->SetOption(ZynSessionOption_SrtpCrypto, &r, sizeof(r));
         sender.SetKey(zynrtp::SrtpContext::Direction::Send, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey));
     }

@@ -78,8 +78,9 @@ struct ZynSrtpCryptoRecord {
     int32_t authAlgorithm;    // 3, or 2 with the NULL cipher
     int32_t fecOrder;         // ZynSecurityFECOrder
     int32_t reserved;         // 0
-    uint32_t flag;            // kept as given
-    uint64_t value;           // kept as given
+    int32_t flag;             // kept as given
+    int32_t value;            // kept as given
+    uint32_t unused;          // 0: the record's size is a multiple of the key pointer's alignment
 };
 static_assert(sizeof(ZynSrtpCryptoRecord) == 48, "session option 6 is a 48-byte record");
 

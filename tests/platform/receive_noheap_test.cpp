@@ -67,7 +67,7 @@ void KeyBothWays(IZynMediaSession* from, IZynMediaSession* to)
 {
     static const uint8_t key[30] = {9, 8, 7, 6, 5, 4, 3, 2, 1};
     for (auto [session, direction] : {std::pair{from, 1}, std::pair{to, 2}}) {
-        ZynSrtpCryptoRecord r{direction, ZynSrtpSuite_AesCm128HmacSha1_80, key, 30, 3, 3, 0, 0, 0, 0};
+        ZynSrtpCryptoRecord r{direction, ZynSrtpSuite_AesCm128HmacSha1_80, key, 30, 3, 3, 0, 0, 0, 0, 0};
         ASSERT_EQ(ZYN_S_OK, session->SetOption(ZynSessionOption_SrtpCrypto, &r, sizeof(r)));
     }
 }

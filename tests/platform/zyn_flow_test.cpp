@@ -24,7 +24,7 @@ constexpr uint32_t kRtpHeader = 12;
 ZynSrtpCryptoRecord Record(int32_t direction, int32_t suite, const uint8_t* key, uint32_t length)
 {
     const int32_t algorithm = suite == ZynSrtpSuite_NullCipherHmacSha1_80 ? 2 : 3;
-    return ZynSrtpCryptoRecord{direction, suite, key, length, algorithm, algorithm, 0, 0, 0, 0};
+    return ZynSrtpCryptoRecord{direction, suite, key, length, algorithm, algorithm, 0, 0, 0, 0, 0};
 }
 
 ZynResult Key(IZynMediaSession* session, int32_t direction, int32_t suite, const uint8_t* key, uint32_t length)
