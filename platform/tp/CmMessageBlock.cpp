@@ -34,6 +34,13 @@ CmResult CCmMessageBlock::AdvanceTopLevelReadPtr(size_t count)
     return CM_OK;
 }
 
+void CCmMessageBlock::Reset()
+{
+    m_read = m_write = 0;
+    std::unique_ptr<CCmMessageBlock> next = std::move(m_next);
+    while (next) next = std::move(next->m_next);
+}
+
 CmResult CCmMessageBlock::Write(const void* data, size_t length)
 {
     if (length == 0) return CM_OK;

@@ -36,6 +36,9 @@ public:
     // After consuming from GetTopLevelReadPtr() directly.
     CmResult AdvanceTopLevelReadPtr(size_t count);
 
+    // Empties the block for reuse: read and write back at 0, the chain dropped. The bytes stay.
+    void Reset();
+
     // Appends to this block's free space; all or nothing.
     CmResult Write(const void* data, size_t length);
     // Consumes `length` bytes from the front of the message, across chained blocks; all or nothing

@@ -34,7 +34,8 @@ public:
 class ICmTransportSink {
 public:
     virtual ~ICmTransportSink() = default;
-    // One datagram, or one framed message of a stream; for an unframed stream, what arrived.
+    // One datagram, or one framed message of a stream; for an unframed stream, what arrived. The
+    // block is lent for the call and reused after it: duplicate what must outlive it.
     virtual void OnReceive(CCmMessageBlock& data, ICmTransport* transport, CCmTransportParameter* parameter) = 0;
     // The transport takes data again after a send was refused with CM_ERROR_WOULD_BLOCK.
     virtual void OnSend(ICmTransport* transport, CCmTransportParameter* parameter) = 0;

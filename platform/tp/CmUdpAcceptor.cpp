@@ -4,7 +4,6 @@
 #include <sys/uio.h>
 
 #include <cerrno>
-#include <vector>
 
 #include "tp/CmSocketUtil.h"
 #include "tp/CmThreadManager.h"
@@ -100,7 +99,7 @@ void CCmUdpTransport::Detach()
     if (CCmUdpAcceptor* a = m_acceptor.exchange(nullptr)) a->ReleaseReference();
 }
 
-CCmUdpAcceptor::CCmUdpAcceptor(ACmThread* thread) : m_thread(thread) {}
+CCmUdpAcceptor::CCmUdpAcceptor(ACmThread* thread) : m_thread(thread), m_receiveBlock(kMaxDatagram) {}
 
 CCmUdpAcceptor::~CCmUdpAcceptor()
 {
@@ -212,12 +211,14 @@ void CCmUdpAcceptor::OnInput(int fd)
 {
     // Keep ourselves alive: a sink may stop listening and drop its reference from a callback.
     AddReference();
-    std::vector<char> buffer(kMaxDatagram);
     for (int i = 0; i < kReadBurst && m_fd.load() == fd; ++i) {
+        m_receiveBlock.Reset();
         sockaddr_storage from{};
         socklen_t fromLen = sizeof(from);
-        ssize_t n = recvfrom(fd, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&from), &fromLen);
+        ssize_t n = recvfrom(fd, m_receiveBlock.GetTopLevelWritePtr(), m_receiveBlock.GetTopLevelSpace(), 0,
+                             reinterpret_cast<sockaddr*>(&from), &fromLen);
         if (n < 0) break;
+        m_receiveBlock.AdvanceTopLevelWritePtr(static_cast<size_t>(n));
         CCmInetAddr peer(reinterpret_cast<sockaddr*>(&from), fromLen);
         bool created = false;
         CCmUdpTransport* t = GetOrCreateTransport(peer, created);
@@ -225,8 +226,7 @@ void CCmUdpAcceptor::OnInput(int fd)
         t->AddReference();
         if (created && m_sink) m_sink->OnConnectIndication(CM_OK, t, this);
         if (ICmTransportSink* sink = t->GetSink()) {
-            CCmMessageBlock block(buffer.data(), static_cast<size_t>(n));
-            sink->OnReceive(block, t, nullptr);
+            sink->OnReceive(m_receiveBlock, t, nullptr);
         } else if (created) {
             // Nobody took the new peer: forget it rather than keep an unheard transport.
             Forget(t);

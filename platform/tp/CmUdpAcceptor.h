@@ -71,4 +71,7 @@ private:
     ICmAcceptorConnectorSink* m_sink = nullptr;  // owner thread
     CCmInetAddr m_local;
     std::unordered_map<CCmInetAddr, CCmUdpTransport*> m_transports;  // owner thread; one reference each
+    // Every datagram is read into this one block and lent to the sink for the length of its
+    // OnReceive, so reading allocates nothing. Owner thread.
+    CCmMessageBlock m_receiveBlock;
 };

@@ -1,4 +1,11 @@
+// The engine object and the library's entry points. Any thread; the members say which lock
+// guards them.
+#include <openssl/rand.h>
+
+#include <chrono>
 #include <mutex>
+#include <random>
+#include <string>
 #include <vector>
 
 #include "zyn/ZynSession.h"
@@ -16,6 +23,43 @@ OptionStore& GlobalOptions()
     return options;
 }
 
+// Offset of the NTP era from the Unix epoch, in seconds.
+constexpr uint64_t kNtpUnixOffset = 2208988800ull;
+
+class SystemClock final : public IZynClock {
+public:
+    uint64_t NowMs() override
+    {
+        using namespace std::chrono;
+        return static_cast<uint64_t>(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+    }
+    uint64_t NowNtp() override
+    {
+        using namespace std::chrono;
+        const auto us = static_cast<uint64_t>(duration_cast<microseconds>(system_clock::now().time_since_epoch()).count());
+        const uint64_t seconds = us / 1000000 + kNtpUnixOffset;
+        const uint64_t fraction = (us % 1000000) * (1ull << 32) / 1000000;
+        return (seconds << 32) | fraction;
+    }
+};
+
+SystemClock g_systemClock;
+
+// RFC 7022: a random CNAME per engine instance, the same for all its sessions so the far end can
+// tie its streams together, and telling nothing about the machine.
+std::string RandomCname()
+{
+    static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    uint8_t bytes[16];
+    if (RAND_bytes(bytes, sizeof(bytes)) != 1) {
+        std::random_device device;
+        for (uint8_t& b : bytes) b = static_cast<uint8_t>(device());
+    }
+    std::string cname;
+    for (uint8_t b : bytes) cname += kAlphabet[b % 64];
+    return cname;
+}
+
 // Until received packets exist to judge by, every link counts as good.
 class NetworkIndicator final : public RefCounted<IZynNetworkIndicator> {
 public:
@@ -24,9 +68,16 @@ public:
 
 class Engine final : public RefCounted<IZynMediaEngineInternal> {
 public:
-    Engine(uint32_t id, bool externalTransport) : m_id(id), m_external(externalTransport)
+    // A null clock: the system's, with one media thread per engine instance that makes and sends
+    // the frames of all its sessions. Another clock: no thread; the owner runs the sessions.
+    Engine(uint32_t id, bool externalTransport, IZynClock* clock)
+        : m_id(id),
+          m_external(externalTransport),
+          m_clock(clock ? clock : &g_systemClock),
+          m_manual(clock != nullptr),
+          m_cname(RandomCname())
     {
-        // One media thread per engine instance: it makes and sends the frames of all sessions.
+        if (m_manual) return;
         auto thread = std::make_shared<CCmLoopThread>();
         if (thread->Create("zyn-media", TT_USER_DEFINE_BASE) == CM_OK) m_mediaThread = thread;
     }
@@ -44,7 +95,7 @@ public:
         if (type < ZynSessionType_Audio || type > ZynSessionType_Application) return ZYN_E_INVALIDARG;
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped) return ZYN_E_WRONGSTATE;
-        auto* session = new Session(type, m_mediaThread);
+        auto* session = new Session(type, m_clock, m_mediaThread, m_cname);
         session->AddRef();  // the engine keeps one to stop it with the engine
         m_sessions.push_back(session);
         *out = session;
@@ -90,9 +141,26 @@ public:
     ZynResult SetOption(int32_t id, const void* value, uint32_t size) override { return m_options.Set(id, value, size); }
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
 
+    ZynResult RunClock()
+    {
+        if (!m_manual) return ZYN_E_INVALIDARG;
+        std::vector<Session*> sessions;
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            sessions = m_sessions;
+        }
+        // The engine's references keep them alive: sessions leave the list only when it dies.
+        for (Session* s : sessions)
+            if (!s->IsStopped()) s->Tick();
+        return ZYN_S_OK;
+    }
+
 private:
     const uint32_t m_id;
     const bool m_external;
+    IZynClock* const m_clock;
+    const bool m_manual;
+    const std::string m_cname;
     std::mutex m_mutex;
     std::vector<Session*> m_sessions;  // guarded by m_mutex
     bool m_stopped = false;            // guarded by m_mutex
@@ -118,6 +186,8 @@ ZynResult ZynUninit()
     return ZYN_S_OK;
 }
 
+IZynClock* ZynSystemClock() { return &zynsim::g_systemClock; }
+
 int ZynInitCount()
 {
     std::lock_guard<std::mutex> lock(zynsim::g_initMutex);
@@ -129,8 +199,22 @@ ZynResult ZynCreateMediaEngineEx(IZynMediaEngineInternal** out, int reserved, ui
     if (!out) return ZYN_E_POINTER;
     if (reserved != 0) return ZYN_E_INVALIDARG;
     if (ZynInitCount() == 0) return ZYN_E_WRONGSTATE;
-    *out = new zynsim::Engine(id, externalTransport);
+    *out = new zynsim::Engine(id, externalTransport, nullptr);
     return ZYN_S_OK;
+}
+
+ZynResult ZynCreateMediaEngineWithClock(IZynMediaEngineInternal** out, uint32_t id, IZynClock* clock)
+{
+    if (!out || !clock) return ZYN_E_POINTER;
+    if (ZynInitCount() == 0) return ZYN_E_WRONGSTATE;
+    *out = new zynsim::Engine(id, false, clock);
+    return ZYN_S_OK;
+}
+
+ZynResult ZynRunEngineClock(IZynMediaEngineInternal* engine)
+{
+    auto* e = dynamic_cast<zynsim::Engine*>(engine);
+    return e ? e->RunClock() : ZYN_E_INVALIDARG;
 }
 
 ZynResult ZynSetMediaEngineOption(int32_t id, const void* value, uint32_t size)

@@ -1,5 +1,6 @@
-// The simulated media engine: engine, session and track objects with numbered options.
-// Later it sends and receives real RTP; for now it keeps the state the session layer drives.
+// The simulated media engine: engine, session and track objects with numbered options. Sessions
+// send synthetic media as SRTP through the transport the media line gives them, and measure what
+// comes back.
 #pragma once
 
 #include <cstddef>
@@ -53,6 +54,40 @@ public:
     virtual bool IsStarted() = 0;
 };
 
+// Session option 6: the SRTP keys of one direction. The key bytes are copied during SetOption;
+// reading the option back gives the last accepted record, its key pointing at the session's copy.
+constexpr int32_t ZynSessionOption_SrtpCrypto = 6;
+
+enum ZynSrtpSuite : int32_t {
+    ZynSrtpSuite_NullCipherHmacSha1_80 = 0,
+    ZynSrtpSuite_AesCm128HmacSha1_32 = 1,
+    ZynSrtpSuite_AesCm128HmacSha1_80 = 2,
+    ZynSrtpSuite_AesCm256HmacSha1_80 = 3,
+    ZynSrtpSuite_AeadAes128Gcm = 4,
+    ZynSrtpSuite_AeadAes256Gcm = 5,
+    // Media in the clear in that direction.
+    ZynSrtpSuite_NonSrtp = 100,
+};
+
+struct ZynSrtpCryptoRecord {
+    int32_t direction;        // 2 receive; any other value send
+    int32_t suite;            // ZynSrtpSuite
+    const uint8_t* key;       // master key then master salt
+    uint32_t keyLength;       // 30 AES-CM 128 and NULL, 46 AES-CM 256, 28 GCM 128, 44 GCM 256
+    int32_t cipherAlgorithm;  // 3, or 2 with the NULL cipher
+    int32_t authAlgorithm;    // 3, or 2 with the NULL cipher
+    int32_t fecOrder;         // ZynSecurityFECOrder
+    int32_t reserved;         // 0
+    int32_t flag;             // kept as given
+    int32_t value;            // kept as given
+    uint32_t unused;          // 0: the record's size is a multiple of the key pointer's alignment
+};
+static_assert(sizeof(ZynSrtpCryptoRecord) == 48, "session option 6 is a 48-byte record");
+
+// Bit n set: the engine can key suite value n (NULL, AES-CM 128 and 256 always; GCM where the
+// installed SRTP library has it). Media lines offer only these.
+uint32_t ZynGetSrtpSuiteMask();
+
 // What one session has sent and received so far.
 struct ZynFlowStatistics {
     uint64_t packetsSent;
@@ -65,6 +100,25 @@ struct ZynFlowStatistics {
     double rttMs;              // from the last report block about us; 0 until one came
     double receiveKbps;        // over the last second or so
     uint64_t srtpFailures;     // packets refused by SRTP (tampered, replayed, wrong key)
+};
+
+// One RTP stream of a session. A received stream holds what this end measured of it, which is also
+// what its report blocks tell the sender; a sent stream holds what the far end last reported about it.
+struct ZynStreamStatistics {
+    uint32_t ssrc;
+    int32_t direction;         // 1 sent by this session, 2 received
+    uint8_t payloadType;       // of the last packet sent or received
+    uint64_t packets;          // sent or received
+    uint64_t bytes;            // RTP bytes, without the SRTP trailer
+    int64_t lost;              // expected less received since the stream began (reported, when sent)
+    double lossRatio;          // lost / expected since the stream began
+    double fractionLost;       // over the last report interval, 0 to 1
+    double jitterMs;           // interarrival jitter (reported, when sent)
+    uint32_t highestSequence;  // extended highest sequence number (reported, when sent)
+    uint16_t lastSequence;     // received: of the last packet; sent: of the next one to go
+    double rttMs;              // sent: from the last block that gave a round trip; 0 until then
+    uint32_t reports;          // sent: blocks received about it; received: sender reports from it
+    char cname[64];            // received: the CNAME its sender gave, cut to fit; empty until one came
 };
 
 class IZynMediaSession : public IZynUnknown, public IZynOptionHolder {
@@ -82,9 +136,15 @@ public:
     // Packets from the network (RTP, RTCP), SRTP-protected when keyed.
     virtual ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) = 0;
-    // direction 1 send, 2 receive; 30 bytes of master key and salt.
-    virtual ZynResult SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length) = 0;
     virtual ZynResult GetFlowStatistics(ZynFlowStatistics& stats) = 0;
+    // The sent stream, then each received one. count in: room in `streams`; out: streams there
+    // are. ZYN_E_INVALIDARG when the room is too small (or `streams` is null).
+    virtual ZynResult GetStreamStatistics(ZynStreamStatistics* streams, uint32_t& count) = 0;
+    // What the negotiation agreed for a codec: direction 1 send, 2 receive; codecType a ZynCodecType
+    // of the session's media kind (or DTMF, FEC, RTX); payloadType 0 to 127; clockRate in Hz. The
+    // media of the session goes out on the last send codec set; until one is, on the engine's own
+    // payload type for the kind. A received payload type tells the clock its jitter is counted in.
+    virtual ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate) = 0;
 };
 
 class IZynNetworkIndicator : public IZynUnknown {
@@ -105,6 +165,18 @@ public:
     virtual bool IsStopped() = 0;
 };
 
+// Time as an engine's sessions read it.
+class IZynClock {
+public:
+    // Milliseconds of a monotonic clock, any origin.
+    virtual uint64_t NowMs() = 0;
+    // Wall-clock time in NTP's 32.32 fixed point, for sender reports and round trips.
+    virtual uint64_t NowNtp() = 0;
+
+protected:
+    ~IZynClock() = default;
+};
+
 struct ZynEngineVersion {
     uint32_t major, minor, patch, build;
 };
@@ -115,6 +187,14 @@ ZynResult ZynUninit();
 int ZynInitCount();
 // reserved must be 0. The id names the engine instance (a call and its svs twin differ).
 ZynResult ZynCreateMediaEngineEx(IZynMediaEngineInternal** out, int reserved, uint32_t id, bool externalTransport);
+// The system's clocks as an engine of its own reads them.
+IZynClock* ZynSystemClock();
+// An engine without a media thread, for tests and benchmarks: its sessions read `clock`, which
+// must outlive the engine, and make frames and reports only inside ZynRunEngineClock.
+ZynResult ZynCreateMediaEngineWithClock(IZynMediaEngineInternal** out, uint32_t id, IZynClock* clock);
+// Runs what is due by the clock (frames, reports) for every session of such an engine, on the
+// caller's thread. ZYN_E_INVALIDARG for an engine that runs its own media thread.
+ZynResult ZynRunEngineClock(IZynMediaEngineInternal* engine);
 ZynResult ZynSetMediaEngineOption(int32_t id, const void* value, uint32_t size);
 ZynResult ZynGetMediaEngineOption(int32_t id, void* value, uint32_t& size);
 ZynEngineVersion ZynGetVersion();

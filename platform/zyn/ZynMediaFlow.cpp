@@ -1,24 +1,52 @@
+// The send side of a flow: settings, ticks, frames and reports.
 #include "zyn/ZynMediaFlow.h"
 
-#include <chrono>
-#include <cstring>
 #include <random>
 
+#include "mediasession/ZynMediaConfig.h"
 #include "tp/CmThreadManager.h"
+#include "zyn/ZynCodecs.h"
+#include "zyn/ZynRtcp.h"
 
 namespace zynsim {
 
 namespace {
 
-// The room a packet needs: header, the largest payload, and the SRTP trailer.
+// The room a sent packet needs: header, the largest payload, and the SRTP trailer.
 constexpr size_t kPacketBuffer = 1500;
-// Offset of the NTP era from the Unix epoch, in seconds.
-constexpr uint64_t kNtpUnixOffset = 2208988800ull;
+// A tick that finds more frames than this due (a stalled thread, a clock jump) starts afresh
+// rather than sending a burst.
+constexpr uint64_t kMaxFramesBehind = 5;
+// One compound report a second: the far end learns its loss and round trip within about that.
+constexpr uint64_t kReportIntervalMs = 1000;
 
 uint32_t Random32()
 {
     static thread_local std::mt19937 generator{std::random_device("default")()};
     return generator();
+}
+
+// Codec types a session of the kind may be told of: its media kind's list, and the ones that ride
+// beside any media.
+bool CodecFitsSession(int32_t codecType, ZynSessionType type)
+{
+    if (codecType == ZynCodecType_FEC || codecType == ZynCodecType_RTX) return true;
+    const bool audio = type == ZynSessionType_Audio || type == ZynSessionType_AudioSlide;
+    const bool video = type == ZynSessionType_Video || type == ZynSessionType_ScreenShare;
+    if (!audio && !video) return false;
+    if (audio && (codecType == ZynCodecType_DTMF || codecType == ZynCodecType_CN)) return true;
+    const ZynEngineCodecInfo* list = nullptr;
+    const size_t n = ZynGetMediaCodecs(audio ? ZynCodecMedia_Audio : ZynCodecMedia_Video, &list);
+    for (size_t i = 0; i < n; ++i)
+        if (list[i].codecType == codecType) return true;
+    return false;
+}
+
+// What carries media: not DTMF, comfort noise, FEC or RTX.
+bool IsMediaCodec(int32_t codecType)
+{
+    return codecType != ZynCodecType_DTMF && codecType != ZynCodecType_CN && codecType != ZynCodecType_FEC &&
+           codecType != ZynCodecType_RTX;
 }
 
 }  // namespace
@@ -34,15 +62,21 @@ FlowProfile ProfileOf(ZynSessionType type)
     }
 }
 
-MediaFlow::MediaFlow(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread, std::function<bool()> hasLocalTrack)
+MediaFlow::MediaFlow(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread,
+                     std::function<bool()> hasLocalTrack, std::string cname)
     : m_type(type),
       m_profile(ProfileOf(type)),
+      m_clock(clock),
+      m_cname(std::move(cname)),
       m_thread(std::move(mediaThread)),
       m_hasLocalTrack(std::move(hasLocalTrack)),
       m_ssrc(Random32()),
       m_sequence(static_cast<uint16_t>(Random32())),
-      m_timestamp(Random32())
+      m_timestamp(Random32()),
+      m_sendPayloadType(m_profile.payloadType),
+      m_sendClockRate(m_profile.clockRate)
 {
+    m_streams.SetLocal(m_ssrc, m_sequence, m_sendClockRate);
     if (!m_thread || m_profile.frameMs == 0) return;
     CmInvokeInThread(m_thread.get(), false, [this] {
         return m_timer.Schedule(this, CCmTimeValue::FromMilliseconds(m_profile.frameMs));
@@ -55,61 +89,94 @@ MediaFlow::~MediaFlow()
     m_timer.Cancel();
 }
 
-uint64_t MediaFlow::NowMs()
-{
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                     std::chrono::steady_clock::now().time_since_epoch())
-                                     .count());
-}
-
-uint64_t MediaFlow::NtpNow()
-{
-    auto us = std::chrono::duration_cast<std::chrono::microseconds>(
-                  std::chrono::system_clock::now().time_since_epoch())
-                  .count();
-    uint64_t seconds = static_cast<uint64_t>(us) / 1000000 + kNtpUnixOffset;
-    uint64_t fraction = (static_cast<uint64_t>(us) % 1000000) * (1ull << 32) / 1000000;
-    return (seconds << 32) | fraction;
-}
-
 void MediaFlow::SetTransport(IZynMediaTransport* transport)
 {
     std::lock_guard<std::mutex> lock(m_sendMutex);
     m_transport = transport;
 }
 
-bool MediaFlow::SetKey(int direction, const std::string& suite, const uint8_t* keySalt, size_t length)
+bool MediaFlow::SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (direction == 2) return m_receiveSrtp.SetKey(zynrtp::SrtpContext::Direction::Receive, suite, keySalt, length);
-    return m_sendSrtp.SetKey(zynrtp::SrtpContext::Direction::Send, suite, keySalt, length);
+    const bool receive = direction == 2;
+    zynrtp::SrtpContext& context = receive ? m_receiveSrtp : m_sendSrtp;
+    if (suite == ZynSrtpSuite_NonSrtp) {
+        context.Clear();
+        return true;
+    }
+    using Direction = zynrtp::SrtpContext::Direction;
+    return context.SetKey(receive ? Direction::Receive : Direction::Send, suite, keySalt, length);
 }
 
-void MediaFlow::OnTimer(CCmTimerWrapperID*)
+ZynResult MediaFlow::SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate)
 {
-    uint64_t now = NowMs();
-    if (m_hasLocalTrack && m_hasLocalTrack()) SendFrame(now);
-    if (now - m_lastReportMs >= 1000) SendReport(now);
+    if ((direction != 1 && direction != 2) || payloadType > 127 || clockRate == 0) return ZYN_E_INVALIDARG;
+    if (!CodecFitsSession(codecType, m_type)) return ZYN_E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (direction == 1) {
+        // Only a media codec changes what the frames go out as; the others would ride beside it.
+        if (IsMediaCodec(codecType)) {
+            m_sendPayloadType = payloadType;
+            m_sendClockRate = clockRate;
+        }
+        return ZYN_S_OK;
+    }
+    for (size_t i = 0; i < m_receiveCodecCount; ++i) {
+        if (m_receiveCodecs[i].payloadType == payloadType) {
+            m_receiveCodecs[i].clockRate = clockRate;
+            return ZYN_S_OK;
+        }
+    }
+    if (m_receiveCodecCount == kMaxReceiveCodecs) return ZYN_E_FAIL;
+    m_receiveCodecs[m_receiveCodecCount++] = {payloadType, clockRate};
+    return ZYN_S_OK;
 }
 
-void MediaFlow::SendFrame(uint64_t)
+void MediaFlow::OnTimer(CCmTimerWrapperID*) { Tick(); }
+
+void MediaFlow::Tick()
+{
+    if (m_profile.frameMs == 0) return;
+    const uint64_t now = m_clock->NowMs();
+    const bool sending = m_hasLocalTrack && m_hasLocalTrack();
+    if (!sending) {
+        m_sending = false;
+    } else {
+        if (!m_sending || now > m_nextFrameMs + kMaxFramesBehind * m_profile.frameMs) m_nextFrameMs = now;
+        m_sending = true;
+        while (m_nextFrameMs <= now) {
+            SendFrame();
+            m_nextFrameMs += m_profile.frameMs;
+        }
+    }
+    if (!m_reporting) {
+        m_reporting = true;
+        m_lastReportMs = now;
+    }
+    if (now - m_lastReportMs >= kReportIntervalMs) {
+        m_lastReportMs = now;
+        SendReport(now);
+    }
+}
+
+void MediaFlow::SendFrame()
 {
     std::lock_guard<std::mutex> sending(m_sendMutex);
     uint32_t left = m_profile.bytesPerFrame;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_timestamp += m_profile.clockRate / 1000 * m_profile.frameMs;
+        m_timestamp += static_cast<uint32_t>(uint64_t{m_sendClockRate} * m_profile.frameMs / 1000);
     }
     if (!m_transport) return;
     while (left > 0) {
-        uint32_t payload = left < m_profile.maxPayload ? left : m_profile.maxPayload;
+        const uint32_t payload = left < m_profile.maxPayload ? left : m_profile.maxPayload;
         left -= payload;
         uint8_t packet[kPacketBuffer];
         size_t n = 0;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             zynrtp::RtpHeader h;
-            h.payloadType = m_profile.payloadType;
+            h.payloadType = m_sendPayloadType;
             h.marker = left == 0;
             h.sequence = m_sequence++;
             h.timestamp = m_timestamp;
@@ -117,6 +184,8 @@ void MediaFlow::SendFrame(uint64_t)
             n = zynrtp::WriteRtpHeader(h, packet, sizeof(packet));
             for (uint32_t i = 0; i < payload; ++i) packet[n + i] = static_cast<uint8_t>(h.sequence + i);
             n += payload;
+            m_streams.OnSent(h.payloadType, m_sendClockRate, h.sequence, n);
+            m_payloadOctetsSent += payload;
             if (m_sendSrtp.IsKeyed()) n = m_sendSrtp.ProtectRtp(packet, n, sizeof(packet));
         }
         if (n == 0) continue;
@@ -128,120 +197,35 @@ void MediaFlow::SendFrame(uint64_t)
     }
 }
 
-void MediaFlow::SendReport(uint64_t now)
+void MediaFlow::SendReport(uint64_t)
 {
     std::lock_guard<std::mutex> sending(m_sendMutex);
     uint8_t packet[kPacketBuffer];
     size_t n = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        m_lastReportMs = now;
         if (!m_transport) return;
-        zynrtp::SenderReport sr;
-        sr.ssrc = m_ssrc;
-        sr.ntp = NtpNow();
-        sr.rtpTimestamp = m_timestamp;
-        sr.packets = static_cast<uint32_t>(m_stats.packetsSent);
-        sr.octets = static_cast<uint32_t>(m_stats.bytesSent);
-        // One block about the busiest remote source, answering its last SR for the round trip.
-        const zynrtp::ReceiveStatistics* busiest = nullptr;
-        uint32_t busiestSsrc = 0;
-        for (auto& [ssrc, stats] : m_sources) {
-            if (!busiest || stats.Received() > busiest->Received()) {
-                busiest = &stats;
-                busiestSsrc = ssrc;
-            }
+        zynrtp::Report r;
+        r.ssrc = m_ssrc;
+        const uint64_t nowNtp = m_clock->NowNtp();
+        // RFC 3550 6.4: a sender report while we sent in this interval or the one before.
+        const bool sentNow = m_stats.packetsSent != m_sentAtLastReport;
+        r.isSender = sentNow || m_sentBeforeLastReport;
+        m_sentBeforeLastReport = sentNow;
+        m_sentAtLastReport = m_stats.packetsSent;
+        if (r.isSender) {
+            r.ntp = nowNtp;
+            r.rtpTimestamp = m_timestamp;
+            r.packets = static_cast<uint32_t>(m_stats.packetsSent);
+            r.octets = static_cast<uint32_t>(m_payloadOctetsSent);
         }
-        if (busiest) {
-            sr.hasBlock = true;
-            sr.sourceSsrc = busiestSsrc;
-            int64_t lost = busiest->Lost();
-            sr.cumulativeLost = static_cast<int32_t>(lost < -0x800000 ? -0x800000 : (lost > 0x7FFFFF ? 0x7FFFFF : lost));
-            sr.highestSeq = busiest->ExtendedHighest();
-            sr.jitter = busiest->Jitter();
-            if (m_lastRemoteSrArrivalNtp) {
-                sr.lastSr = m_lastRemoteSrMiddle;
-                sr.delaySinceLastSr = static_cast<uint32_t>((sr.ntp - m_lastRemoteSrArrivalNtp) >> 16);
-            }
-        }
-        n = zynrtp::WriteSenderReport(sr, packet, sizeof(packet));
-        if (m_sendSrtp.IsKeyed()) n = m_sendSrtp.ProtectRtcp(packet, n, sizeof(packet));
+        r.blockCount = m_streams.MakeReportBlocks(r.blocks, zynrtp::kMaxReportBlocks, nowNtp);
+        n = zynrtp::WriteReport(r, packet, sizeof(packet));
+        const size_t sdes = zynrtp::WriteSdesCname(m_ssrc, m_cname, packet + n, sizeof(packet) - n);
+        n = n && sdes ? n + sdes : 0;
+        if (n && m_sendSrtp.IsKeyed()) n = m_sendSrtp.ProtectRtcp(packet, n, sizeof(packet));
     }
     if (n) m_transport->SendRTCPPacket(packet, static_cast<uint32_t>(n));
-}
-
-ZynResult MediaFlow::ReceiveRtp(const uint8_t* data, uint32_t length)
-{
-    if (!data || length < zynrtp::kRtpHeaderSize || length > kPacketBuffer + 512) return ZYN_E_INVALIDARG;
-    uint8_t packet[kPacketBuffer + 512];
-    std::memcpy(packet, data, length);
-    std::lock_guard<std::mutex> lock(m_mutex);
-    size_t n = length;
-    if (m_receiveSrtp.IsKeyed()) {
-        n = m_receiveSrtp.UnprotectRtp(packet, n);
-        if (n == 0) {
-            ++m_stats.srtpFailures;
-            return ZYN_E_FAIL;
-        }
-    }
-    auto h = zynrtp::ReadRtpHeader(packet, n);
-    if (!h) return ZYN_E_INVALIDARG;
-    uint64_t now = NowMs();
-    auto it = m_sources.try_emplace(h->ssrc, m_profile.clockRate ? m_profile.clockRate : 90000).first;
-    it->second.OnPacket(*h, n, now);
-    ++m_stats.packetsReceived;
-    m_stats.bytesReceived += n;
-    if (m_lastRateMs == 0) m_lastRateMs = now;
-    if (now - m_lastRateMs >= 1000) {
-        m_stats.receiveKbps = (m_stats.bytesReceived - m_receiveBytesAtLastRate) * 8.0 / (now - m_lastRateMs);
-        m_receiveBytesAtLastRate = m_stats.bytesReceived;
-        m_lastRateMs = now;
-    }
-    return ZYN_S_OK;
-}
-
-ZynResult MediaFlow::ReceiveRtcp(const uint8_t* data, uint32_t length)
-{
-    if (!data || length < 8 || length > kPacketBuffer + 512) return ZYN_E_INVALIDARG;
-    uint8_t packet[kPacketBuffer + 512];
-    std::memcpy(packet, data, length);
-    std::lock_guard<std::mutex> lock(m_mutex);
-    size_t n = length;
-    if (m_receiveSrtp.IsKeyed()) {
-        n = m_receiveSrtp.UnprotectRtcp(packet, n);
-        if (n == 0) {
-            ++m_stats.srtpFailures;
-            return ZYN_E_FAIL;
-        }
-    }
-    auto sr = zynrtp::ReadSenderReport(packet, n);
-    if (!sr) return ZYN_E_INVALIDARG;
-    uint64_t arrival = NtpNow();
-    m_lastRemoteSrMiddle = static_cast<uint32_t>(sr->ntp >> 16);
-    m_lastRemoteSrArrivalNtp = arrival;
-    if (sr->hasBlock && sr->sourceSsrc == m_ssrc && sr->lastSr != 0)
-        if (auto rtt = zynrtp::RoundTripMs(*sr, arrival)) m_stats.rttMs = *rtt;
-    return ZYN_S_OK;
-}
-
-ZynFlowStatistics MediaFlow::GetStatistics()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ZynFlowStatistics s = m_stats;
-    int64_t lost = 0;
-    uint64_t expected = 0;
-    uint32_t most = 0;
-    for (auto& [ssrc, stats] : m_sources) {
-        lost += stats.Lost();
-        expected += stats.Expected();
-        if (stats.Received() >= most) {
-            most = stats.Received();
-            s.jitterMs = stats.JitterMs();
-        }
-    }
-    s.packetsLost = lost;
-    s.lossRatio = expected ? static_cast<double>(lost > 0 ? lost : 0) / static_cast<double>(expected) : 0;
-    return s;
 }
 
 }  // namespace zynsim

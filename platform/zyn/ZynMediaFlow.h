@@ -1,19 +1,26 @@
-// The packets of one engine session: on the engine's media thread a timer makes synthetic frames
-// at the rate of the media kind while a local track runs, and sends them, SRTP-protected when
-// keyed, through the session's transport with a sender report each second; what the network
-// delivers is checked, decrypted and counted for loss, jitter, round trip and bitrate.
+// The packets of one engine session. Each tick makes the synthetic frames due at the rate of the
+// media kind while a local track runs and sends them, SRTP-protected when keyed, on the agreed
+// payload type through the session's transport; each second it sends a compound RTCP packet (a
+// sender or receiver report with a block per remote source, and our CNAME). What the network
+// delivers is checked, decrypted in a scratch buffer and counted per stream.
+//
+// Threads: ticks come from a timer on the engine's media thread, or from the engine's owner when
+// the engine runs on a clock of its own; packets arrive on the line's network thread; settings
+// and statistics come from any thread. The members say which lock guards them.
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "tp/CmThread.h"
 #include "tp/CmTimerWrapperID.h"
 #include "zyn/ZynEngineApi.h"
 #include "zyn/ZynRtp.h"
 #include "zyn/ZynSrtp.h"
+#include "zyn/ZynStreams.h"
 
 namespace zynsim {
 
@@ -30,48 +37,85 @@ FlowProfile ProfileOf(ZynSessionType type);
 
 class MediaFlow : public CCmTimerWrapperIDSink {
 public:
-    // hasLocalTrack is asked on each frame: frames are made only while a local track runs.
-    MediaFlow(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread, std::function<bool()> hasLocalTrack);
+    // hasLocalTrack is asked on each tick: frames are made only while a local track runs. Without a
+    // media thread nothing ticks but the owner's calls to Tick. cname goes into every report.
+    MediaFlow(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread,
+              std::function<bool()> hasLocalTrack, std::string cname);
     ~MediaFlow() override;
 
     void SetTransport(IZynMediaTransport* transport);
-    // direction 1 send, 2 receive.
-    bool SetKey(int direction, const std::string& suite, const uint8_t* keySalt, size_t length);
+    // direction 2 receive, any other send. suite ZynSrtpSuite_NonSrtp drops the key of that direction.
+    bool SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length);
+    ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate);
+    // Sends the frames and the report that are due by the clock.
+    void Tick();
+
+    // The receive path: no allocation, one lock.
     ZynResult ReceiveRtp(const uint8_t* data, uint32_t length);
     ZynResult ReceiveRtcp(const uint8_t* data, uint32_t length);
+
     ZynFlowStatistics GetStatistics();
+    ZynResult GetStreamStatistics(ZynStreamStatistics* streams, uint32_t& count);
 
     void OnTimer(CCmTimerWrapperID* id) override;
 
 private:
-    void SendFrame(uint64_t nowMs);
+    void SendFrame();
     void SendReport(uint64_t nowMs);
-    static uint64_t NowMs();
-    static uint64_t NtpNow();
+    // Under m_mutex.
+    uint32_t ReceiveClockRate(uint8_t payloadType) const;
+    // Under m_mutex: the unprotected bytes of a received packet, in place when unkeyed; null when
+    // SRTP refused it (counted).
+    const uint8_t* Open(const uint8_t* data, uint32_t& length, bool rtcp);
+    void CountReceiveRate(uint64_t nowMs);
+
+    // Received payload types whose clock is known.
+    static constexpr size_t kMaxReceiveCodecs = 16;
+    // The largest packet taken from the network: the media line's reassembly buffer.
+    static constexpr size_t kMaxReceive = 16384;
+    struct ReceiveCodec {
+        uint8_t payloadType;
+        uint32_t clockRate;
+    };
 
     const ZynSessionType m_type;
     const FlowProfile m_profile;
+    IZynClock* const m_clock;
+    const std::string m_cname;
     std::shared_ptr<ACmThread> m_thread;
     std::function<bool()> m_hasLocalTrack;
     CCmTimerWrapperID m_timer;  // media thread
 
-    // Held while a packet goes to the transport, never together with a lock of the receive side:
-    // the transport may hand the packet straight to another session.
+    // Held while a packet goes to the transport, never taken under m_mutex: the transport may hand
+    // the packet straight to another session, whose receive path takes that one's m_mutex.
     std::mutex m_sendMutex;
     IZynMediaTransport* m_transport = nullptr;  // guarded by m_sendMutex
-    std::mutex m_mutex;  // everything below
+
+    std::mutex m_mutex;  // everything below up to the tick state
     zynrtp::SrtpContext m_sendSrtp;
     zynrtp::SrtpContext m_receiveSrtp;
-    uint32_t m_ssrc;
+    const uint32_t m_ssrc;
     uint16_t m_sequence;
     uint32_t m_timestamp;
-    uint64_t m_lastReportMs = 0;
+    uint8_t m_sendPayloadType;
+    uint32_t m_sendClockRate;
+    ReceiveCodec m_receiveCodecs[kMaxReceiveCodecs] = {};
+    size_t m_receiveCodecCount = 0;
+    zynrtp::StreamTable m_streams;
     ZynFlowStatistics m_stats{};
-    std::map<uint32_t, zynrtp::ReceiveStatistics> m_sources;
-    uint32_t m_lastRemoteSrMiddle = 0;
-    uint64_t m_lastRemoteSrArrivalNtp = 0;
+    uint64_t m_payloadOctetsSent = 0;  // for the sender report's octet count
+    uint64_t m_sentAtLastReport = 0;
+    bool m_sentBeforeLastReport = false;
     uint64_t m_receiveBytesAtLastRate = 0;
     uint64_t m_lastRateMs = 0;
+    bool m_rateStarted = false;
+    uint8_t m_scratch[kMaxReceive];  // where keyed packets are decrypted
+
+    // Touched only by Tick.
+    bool m_sending = false;  // a local track ran at the last tick
+    uint64_t m_nextFrameMs = 0;
+    bool m_reporting = false;
+    uint64_t m_lastReportMs = 0;
 };
 
 }  // namespace zynsim

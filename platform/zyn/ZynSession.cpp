@@ -1,17 +1,23 @@
 #include "zyn/ZynSession.h"
 
+#include <openssl/crypto.h>
+
 #include <algorithm>
+#include <cstring>
 
 namespace zynsim {
 
-Session::Session(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread) : m_type(type)
+Session::Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname)
+    : m_type(type)
 {
-    m_flow = std::make_unique<MediaFlow>(type, std::move(mediaThread), [this] { return HasRunningLocalTrack(); });
+    m_flow = std::make_unique<MediaFlow>(
+        type, clock, std::move(mediaThread), [this] { return HasRunningLocalTrack(); }, std::move(cname));
 }
 
 Session::~Session()
 {
     m_flow.reset();
+    OPENSSL_cleanse(m_keys, sizeof(m_keys));
     for (IZynMediaTrack* t : m_tracks) t->Release();
 }
 
@@ -28,10 +34,37 @@ ZynResult Session::ReceiveRTPPacket(const uint8_t* data, uint32_t length) { retu
 
 ZynResult Session::ReceiveRTCPPacket(const uint8_t* data, uint32_t length) { return m_flow->ReceiveRtcp(data, length); }
 
-ZynResult Session::SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length)
+ZynResult Session::SetOption(int32_t id, const void* value, uint32_t size)
 {
-    if (!suite || !keySalt) return ZYN_E_POINTER;
-    return m_flow->SetKey(direction, suite, keySalt, length) ? ZYN_S_OK : ZYN_E_INVALIDARG;
+    if (id == ZynSessionOption_SrtpCrypto) return SetSrtpCrypto(value, size);
+    return m_options.Set(id, value, size);
+}
+
+ZynResult Session::SetSrtpCrypto(const void* value, uint32_t size)
+{
+    if (!value || size != sizeof(ZynSrtpCryptoRecord)) return ZYN_E_INVALIDARG;
+    ZynSrtpCryptoRecord record;
+    std::memcpy(&record, value, sizeof(record));
+    const bool clear = record.suite == ZynSrtpSuite_NonSrtp;
+    if (!clear) {
+        const size_t keyLength = zynrtp::SrtpKeyLength(record.suite);
+        const int32_t algorithm = record.suite == ZynSrtpSuite_NullCipherHmacSha1_80 ? 2 : 3;
+        if (keyLength == 0 || record.keyLength != keyLength || !record.key) return ZYN_E_INVALIDARG;
+        if (record.cipherAlgorithm != algorithm || record.authAlgorithm != algorithm) return ZYN_E_INVALIDARG;
+        if (!zynrtp::SrtpSuiteAvailable(record.suite)) return ZYN_E_NOTIMPL;
+    }
+    std::lock_guard<std::mutex> lock(m_keyMutex);
+    if (!m_flow->SetKey(record.direction, record.suite, record.key, record.keyLength)) return ZYN_E_INVALIDARG;
+    uint8_t* copy = m_keys[record.direction == 2 ? 1 : 0];
+    OPENSSL_cleanse(copy, sizeof(m_keys[0]));
+    if (clear) {
+        record.key = nullptr;
+        record.keyLength = 0;
+    } else {
+        std::memcpy(copy, record.key, record.keyLength);
+        record.key = copy;
+    }
+    return m_options.Set(ZynSessionOption_SrtpCrypto, &record, sizeof(record));
 }
 
 ZynResult Session::GetFlowStatistics(ZynFlowStatistics& stats)

@@ -1,3 +1,5 @@
+// An engine session: its tracks, options and CSIs, and the media flow that carries its packets.
+// Any thread; the members say which lock guards them.
 #pragma once
 
 #include <map>
@@ -10,7 +12,8 @@ namespace zynsim {
 
 class Session final : public RefCounted<IZynMediaSession> {
 public:
-    Session(ZynSessionType type, std::shared_ptr<ACmThread> mediaThread);
+    // Without a media thread the session moves only when the engine's owner runs Tick.
+    Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname);
     ~Session() override;
 
     ZynSessionType GetSessionType() override { return m_type; }
@@ -25,9 +28,17 @@ public:
     ZynResult Failover() override;
     ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) override;
-    ZynResult SetSrtpKey(int direction, const char* suite, const uint8_t* keySalt, uint32_t length) override;
     ZynResult GetFlowStatistics(ZynFlowStatistics& stats) override;
-    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override { return m_options.Set(id, value, size); }
+    ZynResult GetStreamStatistics(ZynStreamStatistics* streams, uint32_t& count) override
+    {
+        return m_flow->GetStreamStatistics(streams, count);
+    }
+    ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate) override
+    {
+        return m_flow->SetCodecPt(direction, payloadType, codecType, clockRate);
+    }
+    void Tick() { m_flow->Tick(); }
+    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override;
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
 
     bool IsStopped();
@@ -41,6 +52,12 @@ private:
     bool m_stopped = false;                     // guarded by m_mutex
     OptionStore m_options;
     bool HasRunningLocalTrack();
+    ZynResult SetSrtpCrypto(const void* value, uint32_t size);
+
+    // Copies of the last accepted keys, send and receive, that option 6 reads back through; wiped
+    // when replaced and at the end. Guarded by m_keyMutex, which also orders the option's store.
+    std::mutex m_keyMutex;
+    uint8_t m_keys[2][64] = {};
     std::unique_ptr<MediaFlow> m_flow;  // made last, destroyed first: its timer reads the tracks
 };
 
