@@ -31,12 +31,12 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"ice_dtls_audio_video", "--duration 1", 2, "AES_CM_128_HMAC_SHA1_80", "host"},
-    {"ice_dtls_three_lines_qlox", "--duration 1 --client-type 2 --media audio,video,share", 3,
+    {"ice_dtls_audio_video", "--duration 2", 2, "AES_CM_128_HMAC_SHA1_80", "host"},
+    {"ice_dtls_three_lines_qlox", "--duration 2 --client-type 2 --media audio,video,share", 3,
      "AES_CM_128_HMAC_SHA1_80", "host"},
-    {"ice_sdes", "--duration 1 --sdes", 2, nullptr, "host"},
-    {"no_ice_dtls", "--duration 1 --no-ice", 2, "AES_CM_128_HMAC_SHA1_80", ""},
-    {"ice_clear_rtcp_apart", "--duration 1 --no-srtp --no-mux", 2, "none", "host"},
+    {"ice_sdes", "--duration 2 --sdes", 2, nullptr, "host"},
+    {"no_ice_dtls", "--duration 2 --no-ice", 2, "AES_CM_128_HMAC_SHA1_80", ""},
+    {"ice_clear_rtcp_apart", "--duration 2 --no-srtp --no-mux", 2, "none", "host"},
 };
 
 class CallCommandTest : public ::testing::TestWithParam<Row> {};
@@ -58,6 +58,7 @@ TEST_P(CallCommandTest, EveryLineCarriesMediaBothWays)
             EXPECT_GT(line["packets_sent"].get<uint64_t>(), 0u);
             EXPECT_GT(line["packets_received"].get<uint64_t>(), 0u);
             EXPECT_EQ(0.0, line["loss_percent"].get<double>());
+            EXPECT_GT(line["rtt_ms"].get<double>(), 0.0) << "no report came back";
             if (row.srtp) EXPECT_EQ(row.srtp, line["srtp"].get<std::string>());
             else EXPECT_NE("none", line["srtp"].get<std::string>());
             EXPECT_EQ(row.pairType, line["selected_pair"]["type"].get<std::string>());

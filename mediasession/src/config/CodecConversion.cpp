@@ -142,4 +142,27 @@ std::string CodecParamsToJson(const _tagCodecParam* params, unsigned int count)
     return os.str();
 }
 
+ZynCodecType CodecSdp2Zyn(const sdp::codec& codec)
+{
+    switch (codec.type) {
+    case sdp::codec_pcmu: return ZynCodecType_PCMU;
+    case sdp::codec_pcma: return ZynCodecType_PCMA;
+    case sdp::codec_ilbc: return ZynCodecType_ILBC;
+    case sdp::codec_opus: return ZynCodecType_OPUS;
+    case sdp::codec_g722: return ZynCodecType_G722;
+    case sdp::codec_cn: return ZynCodecType_CN;
+    case sdp::codec_g729: return ZynCodecType_G729;
+    case sdp::codec_g7221:
+        return codec.g7221_param.is_set() && codec.g7221_param.get_data().bitrate == 32000 ? ZynCodecType_G7221_32K
+                                                                                            : ZynCodecType_G7221_24K;
+    case sdp::codec_telephone_event: return ZynCodecType_DTMF;
+    case sdp::codec_h264: return ZynCodecType_AVC;
+    case sdp::codec_h264_svc: return ZynCodecType_SVC;
+    case sdp::codec_av1: return ZynCodecType_AV1;
+    case sdp::codec_x_ulpfecuc: return ZynCodecType_FEC;
+    case sdp::codec_sobe_rtx: return ZynCodecType_RTX;
+    default: return ZynCodecType_Unknown;
+    }
+}
+
 }  // namespace zyn

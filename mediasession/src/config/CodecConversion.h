@@ -31,6 +31,9 @@ struct CCodecPt {
 void ConvertCodecs(_tagCodecParam* params, unsigned int count, std::vector<sdp::codec>& codecs,
                    std::vector<CCodecPt>& pts);
 
+// The engine's codec type of a negotiated codec; ZynCodecType_Unknown for one the engine lacks.
+ZynCodecType CodecSdp2Zyn(const sdp::codec& codec);
+
 // {"codecs":[{...},...]} with the record fields in declaration order, for the trace only.
 std::string CodecParamsToJson(const _tagCodecParam* params, unsigned int count);
 

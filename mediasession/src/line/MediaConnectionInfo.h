@@ -150,8 +150,9 @@ public:
     void GetIceCandidates(sdp::optional_value<sdp::ice_caps>& caps, CCmInetAddr& address);
     const CCmInetAddr& GetSdpAddress() const { return m_sdpAddress; }
     // What the negotiation agreed, kept for the engine set-up of the connect.
-    void setupDecodeCodecs(const std::vector<sdp::codec>& codecs) { m_decodeCodecs = codecs; }
-    void setupEncodeCodecs(const std::vector<sdp::codec>& codecs) { m_encodeCodecs = codecs; }
+    // The engine sends on the first agreed media codec and takes every agreed one on receipt.
+    void setupDecodeCodecs(const std::vector<sdp::codec>& codecs);
+    void setupEncodeCodecs(const std::vector<sdp::codec>& codecs);
     void setupExtMap(const std::vector<sdp::ext_map>& maps, bool local);
     void setupBandwidth(const sdp::optional_value<unsigned>& bitsPerSecond);
     void setupMultiCaps(const sdp::optional_value<sdp::cmulti_caps>& remote);
@@ -257,6 +258,7 @@ private:
     std::atomic<bool> m_bFirstRtpSend{true};
     std::atomic<bool> m_bFirstRtpRecv{true};
     std::atomic<bool> m_bSendStarted{false};
+    std::atomic<bool> m_bSendKeyed{false};  // the engine has its send key
     bool m_bStartedSending = false;
     uint64_t m_connectStartTick = 0;
     uint64_t m_connectedTick = 0;

@@ -5,6 +5,7 @@
 
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
+#include "config/CodecConversion.h"
 #include "tp/CmThreadManager.h"
 #include "util/CmBase64.h"
 #include "util/CmTrace.h"
@@ -20,14 +21,18 @@ constexpr uint8_t DEFAULT_RTX_PAYLOADTYPE = 112;
 constexpr uint32_t DEFAULT_RTX_BUFFERTIME = 500;
 
 struct SdesSuite {
+    int32_t engineSuite;  // ZynSrtpSuite: the engine must be able to key it
     uint32_t tag;
     const char* suite;
     size_t keyBytes;
 };
 // Strongest first: an answerer takes the first suite it supports.
 constexpr SdesSuite kSdesSuites[] = {
-    {1, "AEAD_AES_256_GCM", 44},        {2, "AEAD_AES_128_GCM", 28},        {3, "AES_CM_256_HMAC_SHA1_80", 46},
-    {4, "AES_CM_128_HMAC_SHA1_80", 30}, {5, "AES_CM_128_HMAC_SHA1_32", 30},
+    {ZynSrtpSuite_AeadAes256Gcm, 1, "AEAD_AES_256_GCM", 44},
+    {ZynSrtpSuite_AeadAes128Gcm, 2, "AEAD_AES_128_GCM", 28},
+    {ZynSrtpSuite_AesCm256HmacSha1_80, 3, "AES_CM_256_HMAC_SHA1_80", 46},
+    {ZynSrtpSuite_AesCm128HmacSha1_80, 4, "AES_CM_128_HMAC_SHA1_80", 30},
+    {ZynSrtpSuite_AesCm128HmacSha1_32, 5, "AES_CM_128_HMAC_SHA1_32", 30},
 };
 // Window size hint: the replay window the receiver keeps, in packets (RFC 4568's minimum).
 constexpr int kWindowSizeHint = 64;
@@ -71,7 +76,11 @@ void CMediaConnectionInfo::buildSrtpCryptos(std::vector<sdp::crypto>& out)
 {
     if (IsDtlsInUse() || !IsSRTPEnabled()) return;
     if (m_cryptos.empty()) {
+        // Only what the engine can key is offered: an agreed suite it refused would leave the line
+        // without media.
+        const uint32_t keyable = ZynGetSrtpSuiteMask();
         for (const SdesSuite& s : kSdesSuites) {
+            if (!(keyable & (1u << s.engineSuite))) continue;
             unsigned char key[64] = {};
             if (RAND_bytes(key, static_cast<int>(s.keyBytes)) != 1)
                 MS_ERROR_TRACE("CMediaConnectionInfo::buildSrtpCryptos, failed to generate random bytes" << LINE_TAIL);
@@ -189,6 +198,34 @@ void CMediaConnectionInfo::setupSdesKeys()
     if (local.keys.empty() || remote.keys.empty()) return;
     setupSrtpCrypto(1, local.suite.c_str(), local.keys.front().key.c_str(), 0, 0);
     setupSrtpCrypto(2, remote.suite.c_str(), remote.keys.front().key.c_str(), 0, 0);
+}
+
+void CMediaConnectionInfo::setupEncodeCodecs(const std::vector<sdp::codec>& codecs)
+{
+    m_encodeCodecs = codecs;
+    if (!m_pZynSession) return;
+    // Only the first media codec is sent on; telephone events, FEC and RTX ride beside it.
+    for (const sdp::codec& c : codecs) {
+        const ZynCodecType type = CodecSdp2Zyn(c);
+        if (type == ZynCodecType_Unknown) continue;
+        const ZynResult r = m_pZynSession->SetCodecPt(1, static_cast<uint8_t>(c.payload_type), type, c.get_clock_rate());
+        MS_INFO_TRACE("CMediaConnectionInfo::setupEncodeCodecs, payload=" << c.payload_type << ", codec=" << type
+                      << ", result=" << r << LINE_TAIL);
+        if (ZYN_SUCCEEDED(r) && type != ZynCodecType_DTMF && type != ZynCodecType_CN && type != ZynCodecType_FEC &&
+            type != ZynCodecType_RTX)
+            break;
+    }
+}
+
+void CMediaConnectionInfo::setupDecodeCodecs(const std::vector<sdp::codec>& codecs)
+{
+    m_decodeCodecs = codecs;
+    if (!m_pZynSession) return;
+    for (const sdp::codec& c : codecs) {
+        const ZynCodecType type = CodecSdp2Zyn(c);
+        if (type != ZynCodecType_Unknown)
+            m_pZynSession->SetCodecPt(2, static_cast<uint8_t>(c.payload_type), type, c.get_clock_rate());
+    }
 }
 
 }  // namespace zyn

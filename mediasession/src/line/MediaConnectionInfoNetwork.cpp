@@ -148,7 +148,9 @@ void CMediaConnectionInfo::SessionConnected(bool transportChanged)
         m_bReconnecting = false;
         ReportStatus(kStatusReconnected);
     } else {
-        StartSendEvent();
+        // A line that agreed on DTLS-SRTP sends nothing in clear: without ICE the path comes up
+        // before the handshake, and the local track starts when the keys are there.
+        if (!IsDtlsInUse() || m_bSendKeyed.load()) StartSendEvent();
         m_connectedTick = get_tick_count();
         ReportStatus(kStatusConnected);
     }

@@ -50,20 +50,6 @@ constexpr SuiteValue kSuites[] = {
     {"NON_SRTP_CRYPTO", 100},
 };
 
-// Session option 6: one direction's SRTP crypto.
-struct SrtpOptionRecord {
-    int32_t direction;  // 2 receive, anything else send
-    int32_t suite;
-    const uint8_t* key;
-    uint32_t keyLength;
-    int32_t cipher;
-    int32_t auth;
-    int32_t fecOrder;
-    int32_t reserved;
-    int32_t flag;
-    int32_t value;
-};
-static_assert(sizeof(SrtpOptionRecord) == 48, "the engine reads 48 bytes");
 
 // Posts one packet to the network thread; the line outlives it (a stop waits for that thread).
 class CSendEvent final : public ICmEvent {
@@ -248,7 +234,7 @@ ZynResult CMediaConnectionInfo::setupSrtpCrypto(int direction, const char* suite
     if (!m_pZynSession) return ZYN_E_POINTER;
     if (!suite || !key) return ZYN_E_INVALIDARG;
     m_srtpCryptoSuite = suite;
-    SrtpOptionRecord record{};
+    ZynSrtpCryptoRecord record{};
     record.suite = -1;
     for (const SuiteValue& s : kSuites)
         if (m_srtpCryptoSuite == s.name) record.suite = s.value;
@@ -262,13 +248,16 @@ ZynResult CMediaConnectionInfo::setupSrtpCrypto(int direction, const char* suite
     record.key = keySalt;
     record.keyLength = static_cast<uint32_t>(length);
     const bool nullCipher = m_srtpCryptoSuite == "NULL_CIPHER_HMAC_SHA1_80";
-    record.cipher = nullCipher ? 2 : 3;
-    record.auth = nullCipher ? 2 : 3;
+    record.cipherAlgorithm = nullCipher ? 2 : 3;
+    record.authAlgorithm = nullCipher ? 2 : 3;
     record.flag = flag;
     record.value = value;
     MS_INFO_TRACE("CMediaConnectionInfo::setupSrtpCrypto, direction=" << record.direction << ", suite=" << suite
                   << LINE_TAIL);
-    const ZynResult r = m_pZynSession->SetOption(6, &record, sizeof record);
+    const ZynResult r = m_pZynSession->SetOption(ZynSessionOption_SrtpCrypto, &record, sizeof record);
+    if (!ZYN_SUCCEEDED(r))
+        MS_ERROR_TRACE("CMediaConnectionInfo::setupSrtpCrypto, the engine refused the keys, result=" << r << LINE_TAIL);
+    if (ZYN_SUCCEEDED(r) && record.direction == 1 && !m_bSendKeyed.exchange(true) && IsConnected()) StartSendEvent();
     OPENSSL_cleanse(keySalt, sizeof keySalt);
     return r;
 }
