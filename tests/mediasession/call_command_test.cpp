@@ -31,12 +31,12 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"ice_dtls_audio_video", "--duration 2", 2, "AES_CM_128_HMAC_SHA1_80", "host"},
-    {"ice_dtls_three_lines_qlox", "--duration 2 --client-type 2 --media audio,video,share", 3,
+    {"ice_dtls_audio_video", "--duration 3", 2, "AES_CM_128_HMAC_SHA1_80", "host"},
+    {"ice_dtls_three_lines_qlox", "--duration 3 --client-type 2 --media audio,video,share", 3,
      "AES_CM_128_HMAC_SHA1_80", "host"},
-    {"ice_sdes", "--duration 2 --sdes", 2, nullptr, "host"},
-    {"no_ice_dtls", "--duration 2 --no-ice", 2, "AES_CM_128_HMAC_SHA1_80", ""},
-    {"ice_clear_rtcp_apart", "--duration 2 --no-srtp --no-mux", 2, "none", "host"},
+    {"ice_sdes", "--duration 3 --sdes", 2, nullptr, "host"},
+    {"no_ice_dtls", "--duration 3 --no-ice", 2, "AES_CM_128_HMAC_SHA1_80", ""},
+    {"ice_clear_rtcp_apart", "--duration 3 --no-srtp --no-mux", 2, "none", "host"},
 };
 
 class CallCommandTest : public ::testing::TestWithParam<Row> {};
