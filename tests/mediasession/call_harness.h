@@ -92,7 +92,9 @@ public:
         }
         OnMain();
     }
-    // A offers, B answers, A takes the answer: each call on the main thread, as the API asks.
+    // A offers, B answers, A takes the answer (through `answerFilter`, when a test wants to spoil
+    // it): each call on the main thread, as the API asks.
+    std::function<std::string(const std::string&)> answerFilter;
     bool Exchange()
     {
         ZynResult r = ZYN_E_FAIL;
@@ -102,7 +104,8 @@ public:
         if (r != ZYN_S_OK) return false;
         OnMain([&] { r = m_conn[1]->CreateAnswer(); });
         if (r != ZYN_S_OK || !sink[1].Wait([&] { return !sink[1].answer.empty(); })) return false;
-        OnMain([&] { r = m_conn[0]->SetReceivedSDP(ZynSdpType_Answer, sink[1].answer.c_str(), nullptr, nullptr); });
+        const std::string answer = answerFilter ? answerFilter(sink[1].answer) : sink[1].answer;
+        OnMain([&] { r = m_conn[0]->SetReceivedSDP(ZynSdpType_Answer, answer.c_str(), nullptr, nullptr); });
         return r == ZYN_S_OK;
     }
     // Every line of both sides reported this status.

@@ -82,10 +82,12 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
     if (m_bIceEnable) m_remoteDefault = remote;
 
     if (IsDtlsSRTPEnabled()) {
-        if (!m_dtls)
+        if (!m_dtls) {
             RecreateDtls();
-        else
+        } else {
             CmDtls_Restart(m_dtls);
+            m_bDtlsFailureReported = false;
+        }
         if (m_bHasRemoteDtls && m_dtls)
             CmDtls_SetRemoteFingerPrint(m_dtls, m_remoteHash.c_str(), m_remoteFingerprint);
         else if (!m_bHasRemoteDtls)
@@ -504,6 +506,9 @@ void CIceConnectorT<P>::ChecksComplete(bool, bool isFailed)
     (void)changed;
     m_bIceCompleted = true;
     m_timers->Cancel(IceTimer::IceTick);
+    // A new path: the keep-alive answers learn its mapped ports afresh.
+    m_keepAliveMappedPort[0] = m_keepAliveMappedPort[1] = 0;
+    m_keepAliveSent.clear();
     const int dtlsState = CheckDtlsState();
 
     if (m_sink) {

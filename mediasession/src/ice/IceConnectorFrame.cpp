@@ -196,6 +196,9 @@ void CIceConnectorT<P>::OnIceTimer(IceTimer timer)
         if (m_dtls) CmDtls_HandleTimeout(m_dtls);
         ScheduleDtlsRetransmit();
         return;
+    case IceTimer::DtlsGiveUp:
+        if (m_dtls && CmDtls_GetState(m_dtls) != CM_DTLS_STATE_CONNECTED) OnDtlsFailed("the handshake did not finish in time");
+        return;
     case IceTimer::Count: return;
     }
 }
@@ -204,7 +207,8 @@ template <class P>
 void CIceConnectorT<P>::CancelAllTimers()
 {
     for (IceTimer t : {IceTimer::RttSummary, IceTimer::KeepAlive, IceTimer::IceTick, IceTimer::CheckSend,
-                       IceTimer::Fallback, IceTimer::Inactivity, IceTimer::RtcpSeed, IceTimer::DtlsRetransmit})
+                       IceTimer::Fallback, IceTimer::Inactivity, IceTimer::RtcpSeed, IceTimer::DtlsRetransmit,
+                       IceTimer::DtlsGiveUp})
         m_timers->Cancel(t);
 }
 
@@ -253,6 +257,10 @@ ZynResult CIceConnectorT<P>::Reconnect()
     }
     if (IsSipCall()) {
         ICE_INFO("[ICE] CIceConnector::Reconnect. Ignore reconnect. Sip call does not support reconnect");
+        return -1;
+    }
+    if (!m_bIceEnable && m_remotePlain.GetPort() == 0) {
+        ICE_INFO("[ICE] CIceConnector::Reconnect, no peer to reconnect to");
         return -1;
     }
     ICE_INFO("[ICE] CIceConnector::Reconnect>>Start to reconnect to server with ICE.[CheckPoint]");

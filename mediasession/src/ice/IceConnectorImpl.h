@@ -324,6 +324,7 @@ private:
     std::string m_remoteHash;
     std::string m_remoteFingerprint;
     bool m_bHasRemoteDtls = false;
+    bool m_bDtlsFailureReported = false;
     ICmTransport* m_dtlsTransport = nullptr;  // where the handshake goes before the conclusion; no reference
     uint64_t m_dtlsConnectedMs = 0;
 

@@ -21,6 +21,7 @@ const char* IceTimerName(IceTimer timer)
     case IceTimer::KeepAlive: return "keep-alive";
     case IceTimer::RttSummary: return "round-trip summary";
     case IceTimer::DtlsRetransmit: return "DTLS retransmission";
+    case IceTimer::DtlsGiveUp: return "DTLS give-up";
     case IceTimer::Count: break;
     }
     return "unknown";

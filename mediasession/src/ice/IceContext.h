@@ -35,6 +35,7 @@ enum class IceTimer : int {
     KeepAlive,
     RttSummary,
     DtlsRetransmit,  // the DTLS session owns no timer of its own
+    DtlsGiveUp,      // a handshake that never finishes fails the path
     Count,
 };
 const char* IceTimerName(IceTimer timer);

@@ -6,6 +6,7 @@
 
 #include <cstring>
 
+#include "config/GlobalConfig.h"
 #include "ice/IceConnectorImpl.h"
 #include "ice/IceTrace.h"
 #include "util/CmBase64.h"
@@ -31,6 +32,7 @@ void CIceConnectorT<P>::RecreateDtls()
         return;
     }
     m_dtls = CmDtls_Create(m_dtlsCert, m_dtlsKey, m_dtlsRole, this);
+    m_bDtlsFailureReported = false;
     if (!m_dtls) ICE_ERROR("CIceConnector::RecreateDtls, the DTLS session could not be made");
 }
 
@@ -43,6 +45,18 @@ int CIceConnectorT<P>::CheckDtlsState()
                  << (m_dtlsRole == CM_DTLS_ROLE_CLIENT ? "client" : "server"));
         CmDtls_Connect(m_dtls);
         ScheduleDtlsRetransmit();
+    }
+    // A handshake that already failed (a peer that concluded first sent its flight early) fails
+    // the path now.
+    if (CmDtls_GetState(m_dtls) == CM_DTLS_STATE_FAILED) {
+        OnDtlsFailed("the handshake failed before the conclusion");
+        return CM_DTLS_STATE_FAILED;
+    }
+    // A peer that never completes the handshake (a server waits for a ClientHello that may never
+    // come) must not hold the line forever: the connect time-out bounds it as it bounds ICE.
+    if (CmDtls_GetState(m_dtls) != CM_DTLS_STATE_CONNECTED && !m_timers->IsScheduled(IceTimer::DtlsGiveUp)) {
+        const int limit = m_globalConfig ? m_globalConfig->GetICEConnectTimeout() : 0;
+        m_timers->Schedule(IceTimer::DtlsGiveUp, limit > 0 ? static_cast<uint32_t>(limit) : 10000u, 1);
     }
     return CmDtls_GetState(m_dtls);
 }
@@ -116,6 +130,7 @@ template <class P>
 void CIceConnectorT<P>::OnDtlsConnected()
 {
     m_timers->Cancel(IceTimer::DtlsRetransmit);
+    m_timers->Cancel(IceTimer::DtlsGiveUp);
     CmDtlsSrtpKeys keys;
     if (CmDtls_ExportKey(m_dtls, keys) != CM_OK) {
         OnDtlsFailed("no keying material");
@@ -163,7 +178,12 @@ template <class P>
 void CIceConnectorT<P>::OnDtlsFailed(const char* reason)
 {
     m_timers->Cancel(IceTimer::DtlsRetransmit);
+    m_timers->Cancel(IceTimer::DtlsGiveUp);
     ICE_ERROR("CIceConnector::OnDtlsFailed, the DTLS handshake failed: " << (reason ? reason : "unknown"));
+    // One failure per attempt, and only once the path was concluded: before that the conclusion
+    // reports it (a line hears of a path once).
+    if (m_bDtlsFailureReported || (m_bIceEnable && !m_bIceCompleted)) return;
+    m_bDtlsFailureReported = true;
     // No keys, no media: the line hears a failed connection and tries again, and ends the session
     // when that fails too.
     if (m_sink) m_sink->OnIceComplete(CM_ERROR_FAILURE, m_Transports, 0, ZynIceOrigin_Ice, false);

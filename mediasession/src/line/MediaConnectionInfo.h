@@ -78,6 +78,11 @@ public:
     void OnDisconnect(CmResult reason, ICmTransport* transport) override;
     uint64_t GetReceivedPackets() const { return m_uRTPReceived.load(); }
     uint64_t GetSentPackets() const { return m_uRTPSent.load(); }
+    uint64_t GetReceivedRtcpPackets()
+    {
+        std::lock_guard<std::mutex> lock(m_rtcpMutex);
+        return m_rtcpPackets[0];
+    }
     uint64_t GetReceivedPacketsAtVid(uint8_t vid) const { return m_vidReceived[vid].load(); }
     // The process certificate exists: take it and its fingerprint, then report the ports.
     void OnCertificateReady();
@@ -108,6 +113,8 @@ public:
     // Network thread: sends the block or queues it behind earlier ones on a stream transport; a null
     // block drains the queue.
     CmResult Send_i(std::unique_ptr<CCmMessageBlock> block, int index);
+    // Network thread: drops the path and has the connector clean up.
+    void Disconnect(bool cleanup);
 
     void OnTimer(CCmTimerWrapperID* id) override;
 
@@ -213,7 +220,6 @@ private:
     // Connected state (MediaConnectionInfoNetwork.cpp).
     void SessionConnected(bool transportChanged);
     void StartSendEvent();
-    void Disconnect(bool cleanup);
     void ReleaseTransports();
     void ReportStatus(int status);
 
@@ -258,7 +264,9 @@ private:
     std::atomic<bool> m_bFirstRtpSend{true};
     std::atomic<bool> m_bFirstRtpRecv{true};
     std::atomic<bool> m_bSendStarted{false};
-    std::atomic<bool> m_bSendKeyed{false};  // the engine has its send key
+    std::atomic<bool> m_bSendKeyed{false};     // the engine has its send key
+    std::atomic<bool> m_bReceiveKeyed{false};  // ... and its receive key
+    std::atomic<bool> m_bKeysRequired{false};  // DTLS-SRTP agreed: nothing goes in or out in clear
     bool m_bStartedSending = false;
     uint64_t m_connectStartTick = 0;
     uint64_t m_connectedTick = 0;

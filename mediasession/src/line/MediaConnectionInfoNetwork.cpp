@@ -46,6 +46,7 @@ ZynResult CMediaConnectionInfo::Connect(const sdp::optional_value<sdp::ice_caps>
         return ZYN_E_FAIL;
     }
     m_connectStartTick = get_tick_count();
+    m_bKeysRequired.store(IsDtlsInUse());
     ReportStatus(kStatusConnecting);
     CCmInetAddr address = remote;
     if (address.GetPort() == 0 && m_connectAddr.GetPort() != 0) address = m_connectAddr;
@@ -150,7 +151,7 @@ void CMediaConnectionInfo::SessionConnected(bool transportChanged)
     } else {
         // A line that agreed on DTLS-SRTP sends nothing in clear: without ICE the path comes up
         // before the handshake, and the local track starts when the keys are there.
-        if (!IsDtlsInUse() || m_bSendKeyed.load()) StartSendEvent();
+        if (!m_bKeysRequired.load() || m_bSendKeyed.load()) StartSendEvent();
         m_connectedTick = get_tick_count();
         ReportStatus(kStatusConnected);
     }

@@ -70,7 +70,7 @@ private:
     bool m_rtcp;
 };
 
-std::atomic<uint32_t> s_shortDrops{0}, s_noVid{0}, s_noCsi{0}, s_sendRefused{0}, s_multistreamDrops{0};
+std::atomic<uint32_t> s_unkeyedDrops{0}, s_shortDrops{0}, s_noVid{0}, s_noCsi{0}, s_sendRefused{0}, s_multistreamDrops{0};
 
 }  // namespace
 
@@ -105,6 +105,12 @@ void CMediaConnectionInfo::OnReceive(CCmMessageBlock& data, ICmTransport*, CCmTr
     }
     if (size < 12) {
         if (EveryNth(s_shortDrops, 100)) CM_ASSERT_REPORT("nRead >= 12");
+        return;
+    }
+    // DTLS agreed and no keys yet (or never, when the handshake failed): nothing is taken in clear.
+    if (m_bKeysRequired.load(std::memory_order_relaxed) && !m_bReceiveKeyed.load(std::memory_order_relaxed)) {
+        if (EveryNth(s_unkeyedDrops, 1000))
+            MS_INFO_TRACE("CMediaConnectionInfo::OnReceive, no SRTP keys yet, media dropped" << LINE_TAIL);
         return;
     }
     if (IsRtp(packet))
@@ -257,6 +263,7 @@ ZynResult CMediaConnectionInfo::setupSrtpCrypto(int direction, const char* suite
     const ZynResult r = m_pZynSession->SetOption(ZynSessionOption_SrtpCrypto, &record, sizeof record);
     if (!ZYN_SUCCEEDED(r))
         MS_ERROR_TRACE("CMediaConnectionInfo::setupSrtpCrypto, the engine refused the keys, result=" << r << LINE_TAIL);
+    if (ZYN_SUCCEEDED(r) && record.direction == 2) m_bReceiveKeyed.store(true);
     if (ZYN_SUCCEEDED(r) && record.direction == 1 && !m_bSendKeyed.exchange(true) && IsConnected()) StartSendEvent();
     OPENSSL_cleanse(keySalt, sizeof keySalt);
     return r;
