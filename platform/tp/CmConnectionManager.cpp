@@ -24,9 +24,11 @@ CmResult CCmConnectionManager::CreateConnectionServer(uint32_t type, ICmAcceptor
     acceptor = nullptr;
     ACmThread* thread = NetworkThread(networkThreadType);
     if (!thread) return CM_ERROR_FAILURE;
-    switch (type & ~CM_CONNECTION_OPTION_LENGTH) {
+    const uint32_t framing = type & (CM_CONNECTION_OPTION_LENGTH | CM_CONNECTION_OPTION_STUN);
+    if (framing == (CM_CONNECTION_OPTION_LENGTH | CM_CONNECTION_OPTION_STUN)) return CM_ERROR_INVALID_ARG;
+    switch (type & ~(CM_CONNECTION_OPTION_LENGTH | CM_CONNECTION_OPTION_STUN)) {
     case CM_CONNECTION_TYPE_UDP: acceptor = new CCmUdpAcceptor(thread); break;
-    case CM_CONNECTION_TYPE_TCP: acceptor = new CCmTcpAcceptor(thread, (type & CM_CONNECTION_OPTION_LENGTH) != 0); break;
+    case CM_CONNECTION_TYPE_TCP: acceptor = new CCmTcpAcceptor(thread, framing); break;
     default: return CM_ERROR_INVALID_ARG;
     }
     acceptor->AddReference();
@@ -38,8 +40,10 @@ CmResult CCmConnectionManager::CreateConnectionClient(uint32_t type, ICmConnecto
     connector = nullptr;
     ACmThread* thread = NetworkThread(networkThreadType);
     if (!thread) return CM_ERROR_FAILURE;
-    if ((type & ~CM_CONNECTION_OPTION_LENGTH) != CM_CONNECTION_TYPE_TCP) return CM_ERROR_INVALID_ARG;
-    connector = new CCmTcpConnector(thread, (type & CM_CONNECTION_OPTION_LENGTH) != 0);
+    const uint32_t framing = type & (CM_CONNECTION_OPTION_LENGTH | CM_CONNECTION_OPTION_STUN);
+    if (framing == (CM_CONNECTION_OPTION_LENGTH | CM_CONNECTION_OPTION_STUN)) return CM_ERROR_INVALID_ARG;
+    if ((type & ~framing) != CM_CONNECTION_TYPE_TCP) return CM_ERROR_INVALID_ARG;
+    connector = new CCmTcpConnector(thread, framing);
     connector->AddReference();
     return CM_OK;
 }

@@ -26,9 +26,9 @@ CCmInetAddr PeerOf(int fd, bool local)
 
 // ---- transport ----------------------------------------------------------------------------
 
-CCmTcpTransport::CCmTcpTransport(ACmThread* thread, int fd, bool framed, const CCmInetAddr& local,
+CCmTcpTransport::CCmTcpTransport(ACmThread* thread, int fd, uint32_t framing, const CCmInetAddr& local,
                                  const CCmInetAddr& peer)
-    : m_thread(thread), m_fd(fd), m_framed(framed), m_local(local), m_peer(peer)
+    : m_thread(thread), m_fd(fd), m_framing(framing), m_local(local), m_peer(peer)
 {
     int one = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
@@ -59,14 +59,15 @@ CmResult CCmTcpTransport::SendData(CCmMessageBlock& data, CCmTransportParameter*
 {
     if (m_fd.load() < 0) return CM_ERROR_NOT_INITIALIZED;
     size_t length = data.GetChainedLength();
-    if (m_framed && length > kMaxFrame) return CM_ERROR_INVALID_ARG;
+    const bool lengthFramed = m_framing == CM_CONNECTION_OPTION_LENGTH;
+    if (lengthFramed && length > kMaxFrame) return CM_ERROR_INVALID_ARG;
     {
         CCmMutexGuardT<CCmMutexThread> guard(m_sendMutex);
         if (m_pending.size() + length + 2 > kMaxPending) {
             m_blocked = true;
             return CM_ERROR_WOULD_BLOCK;
         }
-        if (m_framed) {
+        if (lengthFramed) {
             m_pending.push_back(static_cast<char>(length >> 8));
             m_pending.push_back(static_cast<char>(length & 0xFF));
         }
@@ -121,9 +122,12 @@ void CCmTcpTransport::OnInput(int fd)
     for (;;) {
         ssize_t n = recv(fd, buffer, sizeof(buffer), 0);
         if (n > 0) {
-            if (m_framed) {
+            if (m_framing == CM_CONNECTION_OPTION_LENGTH) {
                 m_received.append(buffer, static_cast<size_t>(n));
                 DeliverFrames();
+            } else if (m_framing == CM_CONNECTION_OPTION_STUN) {
+                m_received.append(buffer, static_cast<size_t>(n));
+                DeliverStunMessages();
             } else if (ICmTransportSink* sink = m_sink.load()) {
                 CCmMessageBlock block(buffer, static_cast<size_t>(n));
                 sink->OnReceive(block, this, nullptr);
@@ -149,6 +153,34 @@ void CCmTcpTransport::DeliverFrames()
             sink->OnReceive(block, this, nullptr);
         }
         offset += 2 + length;
+        if (m_fd.load() < 0) return;
+    }
+    m_received.erase(0, offset);
+}
+
+void CCmTcpTransport::DeliverStunMessages()
+{
+    size_t offset = 0;
+    while (m_received.size() - offset >= 4) {
+        const auto* at = reinterpret_cast<const uint8_t*>(m_received.data() + offset);
+        const size_t field = (static_cast<size_t>(at[2]) << 8) | at[3];
+        size_t length = 0;
+        switch (at[0] >> 6) {
+        case 0: length = 20 + field; break;                  // STUN: header and attributes
+        case 1: length = (4 + field + 3) & ~size_t{3}; break;  // channel data, padded on a stream
+        default:
+            // Neither: the stream lost its framing and nothing after it can be read.
+            Close(CM_ERROR_FAILURE, true);
+            return;
+        }
+        if (m_received.size() - offset < length) break;
+        if (ICmTransportSink* sink = m_sink.load()) {
+            // Channel data goes up without its padding.
+            const size_t payload = (at[0] >> 6) == 1 ? 4 + field : length;
+            CCmMessageBlock block(m_received.data() + offset, payload);
+            sink->OnReceive(block, this, nullptr);
+        }
+        offset += length;
         if (m_fd.load() < 0) return;
     }
     m_received.erase(0, offset);
@@ -230,7 +262,7 @@ CmResult CCmTcpAcceptor::StopListen(CmResult)
 
 CmResult CCmTcpAcceptor::CreateConnector(ICmConnector*& connector)
 {
-    connector = new CCmTcpConnector(m_thread, m_framed);
+    connector = new CCmTcpConnector(m_thread, m_framing);
     connector->AddReference();
     return CM_OK;
 }
@@ -241,7 +273,7 @@ void CCmTcpAcceptor::OnInput(int fd)
     for (int i = 0; i < 16 && m_fd.load() == fd; ++i) {
         int client = accept4(fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (client < 0) break;
-        auto* t = new CCmTcpTransport(m_thread, client, m_framed, PeerOf(client, true), PeerOf(client, false));
+        auto* t = new CCmTcpTransport(m_thread, client, m_framing, PeerOf(client, true), PeerOf(client, false));
         t->AddReference();
         if (m_sink) m_sink->OnConnectIndication(CM_OK, t, this);
         t->ReleaseReference();  // the sink took its own if it kept it
@@ -298,7 +330,7 @@ void CCmTcpConnector::OnOutput(int fd)
     if (CCmReactor* reactor = m_thread->GetReactor()) reactor->RemoveHandler(fd);
     int connected = m_fd;
     m_fd = -1;
-    auto* t = new CCmTcpTransport(m_thread, connected, m_framed, PeerOf(connected, true), m_peer);
+    auto* t = new CCmTcpTransport(m_thread, connected, m_framing, PeerOf(connected, true), m_peer);
     t->AddReference();
     Finish(CM_OK, t);
     t->ReleaseReference();

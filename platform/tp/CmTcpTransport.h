@@ -16,7 +16,8 @@ class CCmTcpTransport final : public ICmTransport,
                               public CCmReferenceControlT<CCmMutexThread> {
 public:
     // Takes a connected, non-blocking socket and registers it on thread's reactor.
-    CCmTcpTransport(ACmThread* thread, int fd, bool framed, const CCmInetAddr& local, const CCmInetAddr& peer);
+    // framing: 0 (what arrives, as it arrives), CM_CONNECTION_OPTION_LENGTH or CM_CONNECTION_OPTION_STUN.
+    CCmTcpTransport(ACmThread* thread, int fd, uint32_t framing, const CCmInetAddr& local, const CCmInetAddr& peer);
 
     uint32_t AddReference() override { return CCmReferenceControlT::AddReference(); }
     uint32_t ReleaseReference() override { return CCmReferenceControlT::ReleaseReference(); }
@@ -24,7 +25,7 @@ public:
     ICmTransportSink* GetSink() override { return m_sink.load(); }
     CmResult SendData(CCmMessageBlock& data, CCmTransportParameter* parameter = nullptr) override;
     CmResult Disconnect(CmResult reason) override;
-    uint32_t GetType() override { return m_framed ? CM_CONNECTION_TYPE_TCP_FRAMED : CM_CONNECTION_TYPE_TCP; }
+    uint32_t GetType() override { return CM_CONNECTION_TYPE_TCP | m_framing; }
     const CCmInetAddr& GetLocalAddr() override { return m_local; }
     const CCmInetAddr& GetPeerAddr() override { return m_peer; }
 
@@ -43,10 +44,11 @@ private:
     void Close(CmResult reason, bool notify);
     void FlushPending();
     void DeliverFrames();
+    void DeliverStunMessages();
 
     ACmThread* const m_thread;
     std::atomic<int> m_fd;
-    const bool m_framed;
+    const uint32_t m_framing;
     const CCmInetAddr m_local;
     const CCmInetAddr m_peer;
     std::atomic<ICmTransportSink*> m_sink{nullptr};
@@ -60,7 +62,7 @@ class CCmTcpAcceptor final : public ICmAcceptor,
                              public ACmEventHandler,
                              public CCmReferenceControlT<CCmMutexThread> {
 public:
-    CCmTcpAcceptor(ACmThread* thread, bool framed) : m_thread(thread), m_framed(framed) {}
+    CCmTcpAcceptor(ACmThread* thread, uint32_t framing) : m_thread(thread), m_framing(framing) {}
 
     uint32_t AddReference() override { return CCmReferenceControlT::AddReference(); }
     uint32_t ReleaseReference() override { return CCmReferenceControlT::ReleaseReference(); }
@@ -75,7 +77,7 @@ public:
 private:
     ~CCmTcpAcceptor() override;
     ACmThread* const m_thread;
-    const bool m_framed;
+    const uint32_t m_framing;
     std::atomic<int> m_fd{-1};
     ICmAcceptorConnectorSink* m_sink = nullptr;
     CCmInetAddr m_local;
@@ -86,7 +88,7 @@ class CCmTcpConnector final : public ICmConnector,
                               public CCmTimerWrapperIDSink,
                               public CCmReferenceControlT<CCmMutexThread> {
 public:
-    CCmTcpConnector(ACmThread* thread, bool framed) : m_thread(thread), m_framed(framed) {}
+    CCmTcpConnector(ACmThread* thread, uint32_t framing) : m_thread(thread), m_framing(framing) {}
 
     uint32_t AddReference() override { return CCmReferenceControlT::AddReference(); }
     uint32_t ReleaseReference() override { return CCmReferenceControlT::ReleaseReference(); }
@@ -104,7 +106,7 @@ private:
     void Finish(CmResult reason, ICmTransport* transport);
 
     ACmThread* const m_thread;
-    const bool m_framed;
+    const uint32_t m_framing;
     int m_fd = -1;  // owner thread
     ICmAcceptorConnectorSink* m_sink = nullptr;
     CCmInetAddr m_peer;

@@ -18,6 +18,10 @@ constexpr uint32_t CM_CONNECTION_TYPE_UDP = 2;
 // Option bit: a 2-byte big-endian length in front of each message on a stream (RFC 4571 framing).
 constexpr uint32_t CM_CONNECTION_OPTION_LENGTH = 0x8000000;
 constexpr uint32_t CM_CONNECTION_TYPE_TCP_FRAMED = CM_CONNECTION_TYPE_TCP | CM_CONNECTION_OPTION_LENGTH;
+// Option bit: STUN messages and TURN channel data on a stream, each delimited by its own length
+// field (channel data padded to four bytes, RFC 5766 11.5): the framing of TURN over TCP.
+constexpr uint32_t CM_CONNECTION_OPTION_STUN = 0x4000000;
+constexpr uint32_t CM_CONNECTION_TYPE_TCP_STUN = CM_CONNECTION_TYPE_TCP | CM_CONNECTION_OPTION_STUN;
 
 // Refused with this result, a port search stops at once instead of trying the next port.
 constexpr CmResult CM_ERROR_NETWORK_SOCKET_ERROR = 30000020;

@@ -85,13 +85,19 @@ TEST_F(CoturnCallTest, TheOfferCarriesReflexiveAndRelayedCandidatesAndTheRelaySt
 
 TEST_F(CoturnCallTest, RelayOnlyConcludesOnRelayedPairsAndMediaCrossesThem)
 {
-    for (int clientType : {0, 2}) {
-        SCOPED_TRACE(clientType);
+    struct Row {
+        int clientType;
+        int transport;  // to the server: 0 UDP, 1 TCP
+    };
+    for (const Row row : {Row{0, 0}, Row{2, 0}, Row{0, 1}, Row{2, 1}}) {
+        SCOPED_TRACE("client type " + std::to_string(row.clientType) + (row.transport ? ", TCP" : ", UDP"));
         mstest::CallPair call({{ZynSessionType_Audio, 0}, {ZynSessionType_Video, 1}}, [&](zyn::CMediaConnection& c) {
             c.EnableICE(true);
-            c.GetGlobalConfig()->SetClientType(clientType);
+            c.GetGlobalConfig()->SetClientType(row.clientType);
             c.GetGlobalConfig()->EnableRelayOnly(true);
-            c.GetGlobalConfig()->AddICEServer(Record(ZynIceServer_TURN, server, server.password));
+            tagICEServer turn = Record(ZynIceServer_TURN, server, server.password);
+            turn.transport = row.transport;
+            c.GetGlobalConfig()->AddICEServer(turn);
         });
         ASSERT_TRUE(call.Exchange());
         EXPECT_EQ(0, CountType(call.sink[0].offer, "host"));

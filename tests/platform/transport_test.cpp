@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -180,6 +181,46 @@ TEST_P(TransportTest, FramedTcpDeliversWholeMessagesBothWays)
     server.transports[0]->Disconnect(CM_OK);
     ASSERT_TRUE(client.WaitFor([](Recorder& r) { return r.disconnects == 1; }));
     connector->ReleaseReference();
+    acceptor->StopListen(CM_OK);
+    acceptor->ReleaseReference();
+}
+
+// TURN over TCP: STUN messages and channel data on one stream, each delimited by its own length.
+// A plain socket writes them cut at awkward places; what arrives is the messages, channel data
+// without its padding, and a stream that lost its framing is closed.
+TEST_P(TransportTest, StunFramedTcpDeliversMessagesByTheirOwnLengths)
+{
+    Recorder server;
+    ICmAcceptor* acceptor = nullptr;
+    ASSERT_EQ(CM_OK, CCmConnectionManager::Instance()->CreateConnectionServer(CM_CONNECTION_TYPE_TCP_STUN, acceptor, kThreadType));
+    ASSERT_EQ(CM_OK, acceptor->StartListen(&server, CCmInetAddr(GetParam(), 0)));
+    const CCmInetAddr to = acceptor->GetLocalAddr();
+    const int fd = socket(to.GetType(), SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(0, connect(fd, to.GetPtr(), to.GetSize()));
+    ASSERT_TRUE(server.WaitFor([](Recorder& r) { return r.transports.size() == 1; }));
+
+    // A STUN header with 8 bytes of attributes, channel data of 5 bytes padded to 8, an empty STUN
+    // message, and channel data of 4 bytes that needs no padding.
+    const std::string stun = std::string("\x00\x01\x00\x08\x21\x12\xa4\x42", 8) + std::string(12, 'i') + std::string(8, 'a');
+    const std::string channel("\x40\x00\x00\x05" "hello\0\0\0", 12);
+    const std::string empty = std::string("\x01\x01\x00\x00\x21\x12\xa4\x42", 8) + std::string(12, 'j');
+    const std::string fourBytes("\x7f\xff\x00\x04" "abcd", 8);
+    const std::string stream = stun + channel + empty + fourBytes;
+    for (size_t at = 0; at < stream.size();) {
+        const size_t piece = std::min<size_t>(at % 7 + 1, stream.size() - at);  // 1, 2, ... bytes at a time
+        ASSERT_EQ(static_cast<ssize_t>(piece), send(fd, stream.data() + at, piece, 0));
+        at += piece;
+    }
+    ASSERT_TRUE(server.WaitFor([](Recorder& r) { return r.received.size() == 4; }));
+    EXPECT_EQ(stun, server.received[0].second);
+    EXPECT_EQ(channel.substr(0, 9), server.received[1].second);
+    EXPECT_EQ(empty, server.received[2].second);
+    EXPECT_EQ(fourBytes, server.received[3].second);
+
+    // Two top bits of 10 or 11 start neither: the stream is given up.
+    ASSERT_EQ(4, send(fd, "\x80\x00\x00\x00", 4, 0));
+    ASSERT_TRUE(server.WaitFor([](Recorder& r) { return r.disconnects == 1; }));
+    close(fd);
     acceptor->StopListen(CM_OK);
     acceptor->ReleaseReference();
 }

@@ -23,6 +23,7 @@ struct CIceConnectorT<P>::TurnAllocContext final : ITurnRelay {
     bool isCheck = false;
     int outstanding = 0;
     CCmInetAddr serverAddr;
+    bool overTcp = false;                      // the server is reached over TCP
     CIceConnectionContext* context = nullptr;  // the pair (host candidate, server)
     CCmInetAddr relayAddr;
     CCmInetAddr srflxAddr;

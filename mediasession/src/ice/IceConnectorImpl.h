@@ -181,7 +181,7 @@ private:
     void FinishAllocation(TurnAllocContext* turn);
     // A server request: sent on the pair's transport, or kept in `pending` until it is up.
     void SendServerData(CIceConnectionContext* context, std::vector<uint8_t>& pending, const uint8_t* bytes,
-                        size_t length);
+                        size_t length, bool overTcp = false);
     // A packet of a relayed pair, framed for the allocation's server.
     CmResult RelayData(TurnAllocContext* turn, const CCmInetAddr& peer, CCmMessageBlock& data);
 

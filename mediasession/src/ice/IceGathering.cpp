@@ -411,9 +411,10 @@ void CIceConnectorT<P>::allocateTurnRelayedAndReflexive(const CIceCandidate& can
     turn->candidate = candidate;
     turn->done = std::move(done);
     turn->serverAddr = serverAddr;
-    turn->serverText = serverAddr.ToString();
+    turn->serverText = std::string(server.transport == 1 ? "tcp:" : "udp:") + serverAddr.ToString();
     turn->isCheck = isCheck;
     turn->server = server;
+    turn->overTcp = server.transport == 1;
     ++turn->outstanding;
     CIceConnectionContext* context = FindConnectionContext(candidate.rtpAddress, serverAddr, true);
     if (!context) {
@@ -431,7 +432,10 @@ void CIceConnectorT<P>::allocateTurnRelayedAndReflexive(const CIceCandidate& can
     // The server's own pair carries the allocation; only pairs from the relay address are relayed.
     context->turnAllocation = turn;
     m_turnContexts.insert(turn);
-    if (!context->pTransport && !context->pConnector) Connect(context, CM_CONNECTION_TYPE_UDP, "turn");
+    if (turn->overTcp && !context->pTransportTCP && !context->pConnector)
+        Connect(context, CM_CONNECTION_TYPE_TCP_STUN, "turn over tcp");
+    else if (!turn->overTcp && !context->pTransport && !context->pConnector)
+        Connect(context, CM_CONNECTION_TYPE_UDP, "turn");
     const int family = serverAddr.IsIpv6() ? AF_INET6 : AF_INET;
     if (!P::TurnClient_StartAllocateTransaction(&turn->inst, 50, nullptr, "zyn", turn.get(), serverAddr.GetPtr(),
                                                 server.username, server.password, family,
@@ -492,14 +496,14 @@ void CIceConnectorT<P>::sendRawTurnData(const unsigned char* bytes, unsigned lon
                                         void* ctx)
 {
     auto* turn = static_cast<TurnAllocContext*>(ctx);
-    if (turn->connector) turn->connector->SendServerData(turn->context, turn->pending, bytes, length);
+    if (turn->connector) turn->connector->SendServerData(turn->context, turn->pending, bytes, length, turn->overTcp);
 }
 
 template <class P>
 void CIceConnectorT<P>::SendServerData(CIceConnectionContext* context, std::vector<uint8_t>& pending,
-                                       const uint8_t* bytes, size_t length)
+                                       const uint8_t* bytes, size_t length, bool overTcp)
 {
-    ICmTransport* t = context ? (context->pTransport ? context->pTransport : context->pTransportTCP) : nullptr;
+    ICmTransport* t = context ? (overTcp ? context->pTransportTCP : context->pTransport) : nullptr;
     if (t && SendOnTransport(t, bytes, length) == CM_OK) {
         m_stunSent += static_cast<unsigned int>(length);
         return;
@@ -679,7 +683,7 @@ template <class P>
 CmResult CIceConnectorT<P>::RelayData(TurnAllocContext* turn, const CCmInetAddr& peer, CCmMessageBlock& data)
 {
     if (!turn->inst || !turn->allocated || !turn->context) return CM_ERROR_NOT_INITIALIZED;
-    ICmTransport* t = turn->context->pTransport ? turn->context->pTransport : turn->context->pTransportTCP;
+    ICmTransport* t = turn->overTcp ? turn->context->pTransportTCP : turn->context->pTransport;
     if (!t) return CM_ERROR_NOT_INITIALIZED;
     const size_t length = data.GetChainedLength();
     constexpr uint32_t kOffset = 64;  // past the largest Send indication header

@@ -114,7 +114,10 @@ CmResult CIceConnectorT<P>::Connect(CIceConnectionContext* context, unsigned int
         return CM_ERROR_FAILURE;
     }
     context->pConnector = connector;
-    return connector->AsycConnect(this, context->remote);
+    // From the pair's own address, on a port of the system's choosing: the UDP socket holds ours.
+    CCmInetAddr from = context->local;
+    from.SetPort(0);
+    return connector->AsycConnect(this, context->remote, 10000, &from);
 }
 
 template <class P>
@@ -267,7 +270,7 @@ void CIceConnectorT<P>::OnConnectIndication(CmResult reason, ICmTransport* trans
     if (auto* turn = static_cast<TurnAllocContext*>(context->turnAllocation.get()); turn && !turn->pending.empty()) {
         auto bytes = std::move(turn->pending);
         turn->pending.clear();
-        if (!context->turnRelay || turn->context == context) SendServerData(context, turn->pending, bytes.data(), bytes.size());
+        if (turn->context == context) SendServerData(context, turn->pending, bytes.data(), bytes.size(), turn->overTcp);
     }
     if (auto* stun = static_cast<StunAllocContext*>(context->stunAllocation.get()); stun && !stun->pending.empty()) {
         auto bytes = std::move(stun->pending);
