@@ -41,20 +41,18 @@ std::string ReadFile(const std::string& path)
 // A STUN Binding request every 100 ms until something answers, or the bound.
 bool WaitForStun(uint16_t port)
 {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    diagtest::LoopbackSocket client;
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const uint8_t request[20] = {0, 1, 0, 0, 0x21, 0x12, 0xA4, 0x42, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-    bool ok = diagtest::WaitFor([&] {
-        sendto(fd, request, sizeof(request), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to));
-        pollfd p{fd, POLLIN, 0};
+    return diagtest::WaitFor([&] {
+        sendto(client.fd, request, sizeof(request), 0, reinterpret_cast<sockaddr*>(&to), sizeof(to));
+        pollfd p{client.fd, POLLIN, 0};
         uint8_t reply[512];
-        return poll(&p, 1, 100) > 0 && recv(fd, reply, sizeof(reply), 0) > 0;
+        return poll(&p, 1, 100) > 0 && recv(client.fd, reply, sizeof(reply), 0) > 0;
     });
-    close(fd);
-    return ok;
 }
 
 // Every peer of this binary, up for all its tests.
@@ -138,48 +136,11 @@ Peers* g_peers = static_cast<Peers*>(::testing::AddGlobalTestEnvironment(new Pee
 
 // ---- DNS against dnsmasq ----------------------------------------------------------------------
 
-struct DnsCase {
-    const char* name;
-    int family;
-    CmResult want;
-    const char* address;
-};
-
-TEST(DnsPeerTest, AnswersOfTheRealResolverByFamily)
-{
-    CCmDnsManager dns4(g_peers->dns);
-    CCmDns6Manager dns6(g_peers->dns);
-    const DnsCase cases[] = {
-        {"alpha.test", AF_INET, CM_OK, "127.0.0.5"},
-        {"alpha.test", AF_INET6, CM_OK, "::5"},
-        {"share.test", AF_INET6, CM_ERROR_NOT_FOUND, nullptr},
-        {"nothere.test", AF_INET, CM_ERROR_NOT_FOUND, nullptr},
-        {"nothere.test", AF_INET6, CM_ERROR_NOT_FOUND, nullptr},
-    };
-    for (const auto& c : cases) {
-        ICmDnsManager& dns = c.family == AF_INET6 ? static_cast<ICmDnsManager&>(dns6) : dns4;
-        CCmDnsRecord* record = nullptr;
-        EXPECT_EQ(c.want, dns.SyncResolve(record, c.name)) << c.name << " " << c.family;
-        CCmInetAddr first;
-        EXPECT_EQ(c.address != nullptr, record && record->GetFirstAddress(first)) << c.name;
-        if (c.address) {
-            EXPECT_EQ(c.address, first.GetIpDisplayName()) << c.name;
-        }
-        if (record) record->ReleaseReference();
-    }
-}
-
 TEST(DnsPeerTest, ASilentServerTimesOutWithoutHanging)
 {
-    const uint16_t port = diagtest::FreePort();
-    const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&a), sizeof(a)));
+    diagtest::LoopbackSocket silent;
     CmDnsSettings settings;
-    settings.servers = "127.0.0.1:" + std::to_string(port);
+    settings.servers = "127.0.0.1:" + std::to_string(silent.port);
     settings.timeoutMs = 200;
     settings.tries = 2;
     CCmDnsManager dns(settings);
@@ -191,7 +152,6 @@ TEST(DnsPeerTest, ASilentServerTimesOutWithoutHanging)
     ASSERT_NE(nullptr, record);
     EXPECT_EQ(CCmDnsRecord::RSV_FAILED, record->GetState());
     record->ReleaseReference();
-    close(silent);
 }
 
 TEST(DnsPeerTest, TwentyConcurrentAsksMakeOneQueryOnTheWire)
@@ -388,13 +348,7 @@ struct TraceCase {
 TEST(StunTracePeerTest, EndsByAnswerRefusalOrLimits)
 {
     const uint16_t closedPort = diagtest::FreePort();
-    const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&a), sizeof(a)));
-    socklen_t len = sizeof(a);
-    getsockname(silent, reinterpret_cast<sockaddr*>(&a), &len);
+    diagtest::LoopbackSocket silent;
     const TraceCase cases[] = {
         {"coturn", false, false, 0, "success", 1},
         {"closed port", false, true, 1, "server_unreachable", 1},
@@ -405,7 +359,7 @@ TEST(StunTracePeerTest, EndsByAnswerRefusalOrLimits)
         CStunTrace trace;
         StunTraceRequest request;
         request.serverHost = "127.0.0.1";
-        request.serverPort = c.silent ? ntohs(a.sin_port) : c.closed ? closedPort : g_peers->stunPort;
+        request.serverPort = c.silent ? silent.port : c.closed ? closedPort : g_peers->stunPort;
         request.callId = 77;
         request.settings.probeWaitMs = 100;
         ASSERT_EQ(ZYN_S_OK, trace.Start(request)) << c.name;
@@ -423,23 +377,16 @@ TEST(StunTracePeerTest, EndsByAnswerRefusalOrLimits)
             EXPECT_TRUE(traces.Contains(" Mapped Address equals to local address."));
         }
     }
-    close(silent);
 }
 
 TEST(StunTracePeerTest, OneAtATimeAndAStopEndsAWait)
 {
     diagtest::TraceCapture traces;
-    const int silent = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, bind(silent, reinterpret_cast<sockaddr*>(&a), sizeof(a)));
-    socklen_t len = sizeof(a);
-    getsockname(silent, reinterpret_cast<sockaddr*>(&a), &len);
+    diagtest::LoopbackSocket silent;
     CStunTrace trace;
     StunTraceRequest request;
     request.serverHost = "127.0.0.1";
-    request.serverPort = ntohs(a.sin_port);
+    request.serverPort = silent.port;
     request.settings.probeWaitMs = 60000;
     ASSERT_EQ(ZYN_S_OK, trace.Start(request));
     EXPECT_EQ(ZYN_E_WRONGSTATE, trace.Start(request));
@@ -456,7 +403,6 @@ TEST(StunTracePeerTest, OneAtATimeAndAStopEndsAWait)
     request.settings.probeWaitMs = 100;
     EXPECT_EQ(ZYN_S_OK, trace.Start(request)) << "the next trace may start once one ended";
     EXPECT_TRUE(trace.WaitUntilDone(10000));
-    close(silent);
 }
 
 // ---- the command-line program ----------------------------------------------------------------
@@ -476,7 +422,9 @@ TEST(DiagToolPeerTest, ExitsZeroOnAnAnswerAndSaysWhyOtherwise)
     std::ofstream(g_peers->dir + "/good.json") << R"({"a": ["stun:127.0.0.1:)" + stun + R"("]})";
     std::ofstream(g_peers->dir + "/bad.json") << R"([{"a": ["stun:127.0.0.1:1"]}])";
     const ToolCase cases[] = {
-        {"dns found", "dns alpha.test " + dns, 0, "\"127.0.0.5\"", ""},
+        {"dns A", "dns alpha.test --family 4 " + dns, 0, "\"127.0.0.5\"", ""},
+        {"dns AAAA", "dns alpha.test --family 6 " + dns, 0, "\"::5\"", ""},
+        {"dns no AAAA", "dns share.test --family 6 " + dns, 1, "\"addresses\": []", "AAAA: "},
         {"dns nat64", "dns ipv4only.arpa. --family 6 " + dns, 0, "\"64:ff9b::\"", ""},
         {"dns missing", "dns nothere.test " + dns, 1, "\"addresses\"", "Domain name not found"},
         {"dns usage", "dns alpha.test --family 5", 2, "", "--family is 4 or 6"},

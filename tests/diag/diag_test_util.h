@@ -61,19 +61,29 @@ private:
     int m_oldMask;
 };
 
+// A socket bound to 127.0.0.1 on a port the system picked, closed with the object. Bound and never
+// read, a UDP one is a server that never answers.
+struct LoopbackSocket {
+    explicit LoopbackSocket(int type = SOCK_DGRAM)
+    {
+        fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a));
+        socklen_t len = sizeof(a);
+        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+        port = ntohs(a.sin_port);
+    }
+    ~LoopbackSocket() { close(fd); }
+    LoopbackSocket(const LoopbackSocket&) = delete;
+    LoopbackSocket& operator=(const LoopbackSocket&) = delete;
+    int fd = -1;
+    uint16_t port = 0;
+};
+
 // A port free on 127.0.0.1 for the socket type a moment ago.
-inline uint16_t FreePort(int type = SOCK_DGRAM)
-{
-    const int fd = socket(AF_INET, type, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a));
-    socklen_t len = sizeof(a);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    close(fd);
-    return ntohs(a.sin_port);
-}
+inline uint16_t FreePort(int type = SOCK_DGRAM) { return LoopbackSocket(type).port; }
 
 // Polls `done` until it holds or the bound passes; for what has no callback to wait on.
 inline bool WaitFor(const std::function<bool()>& done, std::chrono::milliseconds bound = std::chrono::seconds(10))

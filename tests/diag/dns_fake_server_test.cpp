@@ -28,25 +28,13 @@ using Bytes = std::vector<uint8_t>;
 //   badlen   an A record of five bytes                    hold      ok, but only once Release() is called
 class FakeDnsServer {
 public:
-    FakeDnsServer()
-    {
-        m_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(m_fd, reinterpret_cast<sockaddr*>(&a), sizeof(a));
-        socklen_t len = sizeof(a);
-        getsockname(m_fd, reinterpret_cast<sockaddr*>(&a), &len);
-        m_port = ntohs(a.sin_port);
-        m_thread = std::thread([this] { Loop(); });
-    }
+    FakeDnsServer() : m_thread([this] { Loop(); }) {}
     ~FakeDnsServer()
     {
         m_stop.Notify();
         m_thread.join();
-        close(m_fd);
     }
-    std::string Address() const { return "127.0.0.1:" + std::to_string(m_port); }
+    std::string Address() const { return "127.0.0.1:" + std::to_string(m_socket.port); }
     int Queries(const std::string& name)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -137,13 +125,13 @@ private:
         sendto(m_fd, r.data(), r.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to));
     }
 
-    int m_fd = -1;
-    uint16_t m_port = 0;
+    diagtest::LoopbackSocket m_socket;
+    const int m_fd = m_socket.fd;
     CCmPipe m_stop;
-    std::thread m_thread;
     std::mutex m_mutex;
     std::map<std::string, int> m_queries;                       // guarded by m_mutex
     std::vector<std::pair<sockaddr_in, Bytes>> m_held;          // guarded by m_mutex
+    std::thread m_thread;  // last: it starts with every other member ready
 };
 
 CmDnsSettings SettingsFor(const FakeDnsServer& server)
