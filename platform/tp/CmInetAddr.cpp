@@ -117,6 +117,8 @@ void CCmInetAddr::Reset()
     m_storage.v4.sin_family = AF_INET;
     m_family = AF_INET;
     m_valid = true;
+    m_resolved = true;
+    m_hostName.clear();
 }
 
 CmResult CCmInetAddr::Set(const char* hostOrIp, uint16_t port, bool resolve)
@@ -129,6 +131,8 @@ CmResult CCmInetAddr::Set(const char* hostOrIp, uint16_t port, bool resolve)
         if (family == AF_INET) m_storage.v4 = v4; else m_storage.v6 = v6;
         m_family = family;
         m_valid = true;
+        m_resolved = true;
+        m_hostName.clear();
         SetPort(port);
         return CM_OK;
     }
@@ -142,6 +146,8 @@ CmResult CCmInetAddr::Set(const char* hostOrIp, uint16_t port, bool resolve)
     CmResult rv = CM_ERROR_NOT_FOUND;
     for (addrinfo* ai = result; ai != nullptr; ai = ai->ai_next) {
         if (SetIpAddrBySock(ai->ai_addr, ai->ai_addrlen) == CM_OK) {
+            m_resolved = true;
+            m_hostName.clear();
             SetPort(port);
             rv = CM_OK;
             break;
@@ -149,6 +155,38 @@ CmResult CCmInetAddr::Set(const char* hostOrIp, uint16_t port, bool resolve)
     }
     freeaddrinfo(result);
     return rv;
+}
+
+CmResult CCmInetAddr::SetUnresolved(const char* hostName, uint16_t port, int family)
+{
+    if (family != AF_INET && family != AF_INET6) return CM_ERROR_INVALID_ARG;
+    // 253 characters is the longest name DNS carries (RFC 1035 2.3.4, without the final dot).
+    const size_t length = hostName ? strnlen(hostName, 256) : 0;
+    if (length == 0 || length > 254) return CM_ERROR_INVALID_ARG;
+    if (Set(hostName, port, false) == CM_OK) return CM_OK;
+    Reset();
+    m_family = family;
+    if (family == AF_INET6) m_storage.v6.sin6_family = AF_INET6;
+    SetPort(port);
+    m_hostName.assign(hostName, length);
+    m_resolved = false;
+    return CM_OK;
+}
+
+CmResult CCmInetAddr::SetResolvedAddress(const CCmInetAddr& answer)
+{
+    if (!answer.IsValid()) return CM_ERROR_INVALID_ARG;
+    const uint16_t port = GetPort();
+    std::string name = m_hostName;
+    memset(&m_storage, 0, sizeof(m_storage));
+    if (answer.m_family == AF_INET6) m_storage.v6 = answer.m_storage.v6;
+    else m_storage.v4 = answer.m_storage.v4;
+    m_family = answer.m_family;
+    m_valid = true;
+    m_resolved = true;
+    m_hostName = std::move(name);
+    SetPort(port);
+    return CM_OK;
 }
 
 CmResult CCmInetAddr::SetIpAddrByString(const char* ip)
@@ -179,6 +217,8 @@ CmResult CCmInetAddr::SetIpAddrBySock(const sockaddr* addr, socklen_t length)
         return CM_ERROR_INVALID_ARG;
     }
     m_valid = true;
+    m_resolved = true;
+    m_hostName.clear();
     return CM_OK;
 }
 

@@ -24,8 +24,8 @@ public:
     // From a sockaddr of family AF_INET or AF_INET6 (address and port); anything else leaves 0.0.0.0:0.
     explicit CCmInetAddr(const sockaddr* addr, socklen_t length = sizeof(sockaddr_in6));
 
-    // Sets address and port. With resolve, a host name is looked up (getaddrinfo, blocking, first
-    // result, either family); without it only numeric text is accepted.
+    // Sets address and port and forgets any host name. With resolve, a host name is looked up
+    // (getaddrinfo, blocking, first result, either family); without it only numeric text is accepted.
     CmResult Set(const char* hostOrIp, uint16_t port, bool resolve = false);
     CmResult SetWithoutResolve(const char* ip, uint16_t port) { return Set(ip, port, false); }
     // Replaces the address only; the port is kept.
@@ -40,6 +40,18 @@ public:
     bool IsIpv6() const { return m_family == AF_INET6; }
     // False only after a constructor was given text it could not parse.
     bool IsValid() const { return m_valid; }
+
+    // A host name still to be looked up, for the asynchronous resolvers: the name, the port and the
+    // family the caller wants (AF_INET or AF_INET6, which GetType() then reports). The address stays
+    // the any address of that family until SetResolvedAddress. Numeric text is taken as the address
+    // at once (resolved, no name kept). Refuses an empty or over-long name and other families.
+    CmResult SetUnresolved(const char* hostName, uint16_t port, int family);
+    // The name given to SetUnresolved (kept after the lookup, for display); empty otherwise.
+    const std::string& GetHostName() const { return m_hostName; }
+    // False only between SetUnresolved with a name and SetResolvedAddress.
+    bool IsResolved() const { return m_resolved; }
+    // The looked-up address (its port is ignored): family and address taken, port and name kept.
+    CmResult SetResolvedAddress(const CCmInetAddr& answer);
 
     // The address without port: "1.2.3.4", "::1", "fe80::1%2".
     std::string GetIpDisplayName() const;
@@ -81,6 +93,9 @@ private:
     } m_storage;
     int m_family = AF_INET;
     bool m_valid = true;
+    bool m_resolved = true;
+    // Not part of the address's identity: equality, order and hash ignore it.
+    std::string m_hostName;
 };
 
 template <>

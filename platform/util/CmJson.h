@@ -38,6 +38,23 @@ public:
     explicit Array(Value&& value) : Value(value.is_array() ? std::move(value) : Value::array()) {}
 };
 
+}  // namespace json
+
+// Lets nlohmann store and return Object and Array as the plain values they are (without these it
+// would treat the derived classes as foreign types and convert them wrongly).
+template <>
+struct nlohmann::adl_serializer<::json::Object> {
+    static void to_json(::json::Value& j, const ::json::Object& o) { j = static_cast<const ::json::Value&>(o); }
+    static void from_json(const ::json::Value& j, ::json::Object& o) { o = ::json::Object(j); }
+};
+template <>
+struct nlohmann::adl_serializer<::json::Array> {
+    static void to_json(::json::Value& j, const ::json::Array& a) { j = static_cast<const ::json::Value&>(a); }
+    static void from_json(const ::json::Value& j, ::json::Array& a) { a = ::json::Array(j); }
+};
+
+namespace json {
+
 // Compact text. Strings that are not valid UTF-8 have the bad bytes replaced by U+FFFD instead of
 // throwing.
 std::string Serialize(const Value& value);
@@ -100,16 +117,3 @@ bool Get(const Value& object, const std::string& key, T& out) noexcept
 }
 
 }  // namespace json
-
-// Lets nlohmann store and return Object and Array as the plain values they are (without these it
-// would treat the derived classes as foreign types and convert them wrongly).
-template <>
-struct nlohmann::adl_serializer<::json::Object> {
-    static void to_json(::json::Value& j, const ::json::Object& o) { j = static_cast<const ::json::Value&>(o); }
-    static void from_json(const ::json::Value& j, ::json::Object& o) { o = ::json::Object(j); }
-};
-template <>
-struct nlohmann::adl_serializer<::json::Array> {
-    static void to_json(::json::Value& j, const ::json::Array& a) { j = static_cast<const ::json::Value&>(a); }
-    static void from_json(const ::json::Value& j, ::json::Array& a) { a = ::json::Array(j); }
-};

@@ -29,7 +29,9 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
     const std::regex allowed(
         "(InitMediaEngine|UninitMediaEngine|CreateMediaConnection|CreateMediaConnectionWithCsi|"
         "CreateMediaConnection4T|GetMediaEngineVersion|ZynRegisterMainThread|ZynPumpMainThread|"
-        "ZynSetTraceSink|ZynSetTraceLevel|vorta_[a-z0-9_]+_s|safe_lib_set_constraint_handler|mem_prim_[a-z0-9]+|"
+        "ZynSetTraceSink|ZynSetTraceLevel|StartStunTrace|SetStunTraceSink|StartTraceServer|StopTraceServer|"
+        "SetTraceServerOption|SetTraceServerPortRange|SetTraceServerSink|IsLastTraceServerUsable|"
+        "vorta_[a-z0-9_]+_s|safe_lib_set_constraint_handler|mem_prim_[a-z0-9]+|"
         "_ZN3zyn22_createMediaConnectionEPP19IZynMediaConnectionjbbb|_ZN3zyn24CreateNonDuplicateCallIDEv)");
     std::set<std::string> exported;
     std::istringstream lines(table);
@@ -41,7 +43,8 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
         EXPECT_TRUE(std::regex_match(name, allowed)) << "leaks: " << line;
     }
     for (const char* must : {"InitMediaEngine", "UninitMediaEngine", "CreateMediaConnection", "vorta_strcpy_s",
-                             "safe_lib_set_constraint_handler", "mem_prim_move32"})
+                             "safe_lib_set_constraint_handler", "mem_prim_move32", "StartStunTrace", "StartTraceServer",
+                             "IsLastTraceServerUsable"})
         EXPECT_EQ(1u, exported.count(must)) << must;
 }
 

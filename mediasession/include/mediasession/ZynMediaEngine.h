@@ -1,6 +1,7 @@
 // Exported entry points: start and stop the library, make connections.
 #pragma once
 
+#include "mediasession/ZynDiagnostics.h"
 #include "mediasession/ZynMediaConnection.h"
 
 extern "C" {
