@@ -115,6 +115,23 @@ TEST_F(CoturnCallTest, RelayOnlyConcludesOnRelayedPairsAndMediaCrossesThem)
     }
 }
 
+TEST_F(CoturnCallTest, AServerGivenByNameIsLookedUpAndGathersLikeAnyOther)
+{
+    mstest::CallPair call({{ZynSessionType_Audio, 0}}, [&](zyn::CMediaConnection& c) {
+        c.EnableICE(true);
+        tagICEServer stun = Record(ZynIceServer_STUN, server, "");
+        tagICEServer turn = Record(ZynIceServer_TURN, server, server.password);
+        std::snprintf(stun.host, sizeof stun.host, "localhost");
+        std::snprintf(turn.host, sizeof turn.host, "localhost");
+        c.GetGlobalConfig()->AddICEServer(stun);
+        c.GetGlobalConfig()->AddICEServer(turn);
+    });
+    ASSERT_TRUE(call.Exchange());
+    EXPECT_GE(CountType(call.sink[0].offer, "srflx"), 1);
+    EXPECT_GE(CountType(call.sink[0].offer, "relay"), 1);
+    ASSERT_TRUE(call.WaitAll(3));
+}
+
 TEST_F(CoturnCallTest, AWrongTurnPasswordLeavesHostCandidatesAndATracedFailure)
 {
     mstest::TraceCapture traces;

@@ -145,6 +145,31 @@ TYPED_TEST(IceConnectorTest, RemoteCandidatesTheAgentTakes)
     }
 }
 
+// A remote candidate given by name is looked up before the checks start (the resolver answers
+// on the connector's thread, here from the hosts file).
+TYPED_TEST(IceConnectorTest, RemoteCandidatesGivenByNameAreLookedUpFirst)
+{
+    Side<TypeParam> a;
+    a.Gather(true);
+    const sdp::ice_caps remote(
+        "abcd", "0123456789012345678901",
+        {sdp::ice_candidate("1", 1, "UDP", 2130706431u, "localhost", 40000, "host")});
+    OnNetwork([&] { a.connector->SetRemoteCandidates(remote, CCmInetAddr("127.0.0.1", 40000), true, 1, 0, true); });
+    uint32_t taken = 0;
+    for (int round = 0; round < 2000 && taken == 0; ++round) {
+        Settle();
+        OnNetwork([&] {
+            const auto* stream = TypeParam::Profile::ICELIB_getRemoteMediaStream(a.connector->GetIceInstance(), 0);
+            taken = stream ? stream->numberOfCandidates : 0;
+            if (taken == 1) {
+                EXPECT_EQ("127.0.0.1", CCmInetAddr(reinterpret_cast<const sockaddr*>(&stream->candidate[0].connectionAddr))
+                                           .GetIpDisplayName());
+            }
+        });
+    }
+    EXPECT_EQ(1u, taken);
+}
+
 TYPED_TEST(IceConnectorTest, ARequestBeforeTheRemoteDescriptionIsAnsweredOnceItCame)
 {
     Side<TypeParam> a, b;

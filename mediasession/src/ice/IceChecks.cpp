@@ -5,6 +5,9 @@
 #include <cstring>
 
 #include "config/GlobalConfig.h"
+#include "diag/DNSResolverManager.h"
+#include "diag/StunTrace.h"
+#include "tp/CmThreadManager.h"
 #include "ice/IceAllocations.h"
 #include "ice/IceStun.h"
 #include "ice/IceTrace.h"
@@ -125,21 +128,78 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
 template <class P>
 ZynResult CIceConnectorT<P>::ResolveHostnames(bool)
 {
-    // Names among the remote candidates are looked up here, in place; a name that cannot be looked
-    // up is left for StartConnectivityCheck to skip.
+    // Names among the remote candidates are looked up first; the checks start when no name is
+    // pending. A name that cannot be looked up stays, and StartConnectivityCheck skips it. On an
+    // IPv6-only network IPv4 addresses are reached through the NAT64 prefix that the AAAA answer
+    // for ipv4only.arpa. shows.
     sdp::ice_caps* caps = m_remoteIce.get_if();
-    if (caps) {
-        for (sdp::ice_candidate& c : caps->candidates) {
-            if (IsNumericAddress(c.address) || !IsHostName(c.address)) continue;
-            CCmInetAddr resolved;
-            if (resolved.Set(c.address.c_str(), c.port, true) == CM_OK) {
-                c.address = resolved.GetIpDisplayName();
-            } else {
-                ICE_WARN("[ICE] CIceConnector::ResolveHostnames, dnsv4 resolve failure. name=" << c.address);
-            }
-        }
+    const uint32_t generation = ++m_resolveGeneration;
+    const bool pureIp6 = isPureIp6();
+    std::vector<std::string> names;
+    for (const sdp::ice_candidate& c : caps ? caps->candidates : std::vector<sdp::ice_candidate>{})
+        if (!IsNumericAddress(c.address) && IsHostName(c.address) &&
+            std::find(names.begin(), names.end(), c.address) == names.end())
+            names.push_back(c.address);
+    const bool needPrefix = pureIp6 && m_nat64PrefixLength < 0;
+    m_namesPending = names.size() + (needPrefix ? 1 : 0);
+    if (m_namesPending == 0) {
+        if (pureIp6) TranslateIpv4Candidates();
+        return StartConnectivityCheck(m_remoteIce, m_remoteDefault, m_bControlling);
     }
-    return StartConnectivityCheck(m_remoteIce, m_remoteDefault, m_bControlling);
+    ACmThread* thread = CCmThreadManager::Instance()->GetThread(m_threadType);
+    auto landed = [this, generation]() {
+        if (generation != m_resolveGeneration || m_namesPending == 0 || --m_namesPending > 0) return;
+        if (isPureIp6()) TranslateIpv4Candidates();
+        StartConnectivityCheck(m_remoteIce, m_remoteDefault, m_bControlling);
+    };
+    if (needPrefix) {
+        CCmInetAddr probe;
+        probe.SetUnresolved(CM_NAT64_DISCOVERY_NAME, 0, AF_INET6);
+        CDNSResolverManager::Instance()->resolve(
+            probe, this,
+            [this, generation, landed](const CCmInetAddr& answer) {
+                if (generation != m_resolveGeneration) return;
+                if (answer.IsResolved() && CmFindNat64Prefix({answer}, m_nat64Prefix, m_nat64PrefixLength))
+                    ICE_INFO("CIceConnector::ResolveHostnames, NAT64 prefix " << m_nat64Prefix.GetIpDisplayName() << "/"
+                                                                              << m_nat64PrefixLength);
+                else
+                    ICE_WARN("CIceConnector::ResolveHostnames, dnsv6 resolve failure. name=" << CM_NAT64_DISCOVERY_NAME);
+                landed();
+            },
+            thread, AF_INET6);
+    }
+    for (const std::string& name : names) {
+        CCmInetAddr unresolved;
+        const int family = pureIp6 ? AF_INET6 : AF_INET;
+        unresolved.SetUnresolved(name.c_str(), 0, family);
+        CDNSResolverManager::Instance()->resolve(
+            unresolved, this,
+            [this, generation, landed, name, family](const CCmInetAddr& answer) {
+                if (generation != m_resolveGeneration) return;
+                if (answer.IsResolved()) {
+                    for (sdp::ice_candidate& c : m_remoteIce.get_data().candidates)
+                        if (c.address == name) c.address = answer.GetIpDisplayName();
+                } else if (family == AF_INET) {
+                    ICE_WARN("[ICE] CIceConnector::ResolveHostnames, dnsv4 resolve failure. name=" << name);
+                } else {
+                    ICE_WARN("CIceConnector::ResolveHostnames, dnsv6 resolve failure. name=" << name);
+                }
+                landed();
+            },
+            thread, family);
+    }
+    return ZYN_S_OK;
+}
+
+template <class P>
+void CIceConnectorT<P>::TranslateIpv4Candidates()
+{
+    if (m_nat64PrefixLength < 0 || !m_remoteIce.is_set()) return;
+    for (sdp::ice_candidate& c : m_remoteIce.get_data().candidates) {
+        CCmInetAddr v4;
+        if (v4.SetWithoutResolve(c.address.c_str(), c.port) != CM_OK || v4.IsIpv6()) continue;
+        if (v4.XLAT46(m_nat64Prefix, m_nat64PrefixLength) == CM_OK) c.address = v4.GetIpDisplayName();
+    }
 }
 
 template <class P>
@@ -437,6 +497,7 @@ void CIceConnectorT<P>::ChecksComplete(bool, bool isFailed)
         m_timers->Cancel(IceTimer::IceTick);
         for (auto& context : m_contexts) context->sendCount = kRepeatCount;
         for (const auto& pair : m_checkListInfo.Pairs()) (void)pair;
+        StartStunTrace(false);
         if (m_sink) {
             m_sink->OnIceComplete(CM_ERROR_NOT_FOUND, m_Transports, 0, ZynIceOrigin_Ice, false);
             m_sink->OnIceCheckListReady(ZynIceOrigin_Ice);
@@ -556,6 +617,31 @@ void CIceConnectorT<P>::ChecksComplete(bool, bool isFailed)
     }
     ICE_INFO("CIceConnector::OnConnectivityChecksComplete with succeeded, going to start StunTrace thread if no "
              "instance is running.");
+    StartStunTrace(true);
+}
+
+template <class P>
+void CIceConnectorT<P>::StartStunTrace(bool iceSucceeded)
+{
+    // The route to the first server, measured once per process at a time: it tells, when a call
+    // fails, how far its packets got.
+    if (!m_globalConfig || m_globalConfig->getICEServerNum() <= 0) return;
+    tagICEServer server{};
+    if (!ZYN_SUCCEEDED(m_globalConfig->getICEServerAtIndex(0, server))) return;
+    server.host[sizeof server.host - 1] = '\0';
+    StunTraceRequest request;
+    request.serverHost = server.host;
+    request.serverPort = server.port;
+    request.callId = m_callId;
+    request.iceSucceeded = iceSucceeded;
+    request.portMin = m_portMin;
+    request.portMax = m_portMax;
+    if (!m_Candidates.empty()) {
+        request.hasLocal = true;
+        request.localAddr = m_Candidates.front().rtpAddress;
+        request.localAddr.SetPort(0);
+    }
+    CStunTrace::GetInstance()->Start(request);
 }
 
 template <class P>

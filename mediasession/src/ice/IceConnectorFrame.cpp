@@ -4,6 +4,7 @@
 
 #include "common/ZynIdentity.h"
 #include "config/GlobalConfig.h"
+#include "diag/DNSResolverManager.h"
 #include "ice/IceConnectorImpl.h"
 #include "ice/IceTrace.h"
 #include "util/CmLocalAddr.h"
@@ -24,6 +25,8 @@ CIceConnectorT<P>::CIceConnectorT(IceConnectorSink* sink, unsigned int callId)
 template <class P>
 CIceConnectorT<P>::~CIceConnectorT()
 {
+    // Lookups in flight answer into this connector: none may come after it.
+    CDNSResolverManager::Instance()->cancelResolve(this);
     CleanUp(true, true);
     DestroyIceInstance();
     if (m_dtls) CmDtls_Destroy(m_dtls);

@@ -165,6 +165,8 @@ private:
                                          const CCmInetAddr& serverAddr, std::function<void()> done);
     void allocateStunRelayedAndReflexive(const CIceCandidate& candidate, bool isCheck, const tagICEServer& server,
                                          const CCmInetAddr& serverAddr, std::function<void()> done);
+    void AllocateAtServer(const CIceCandidate& candidate, bool isCheck, const tagICEServer& server,
+                          const CCmInetAddr& serverAddr, std::function<void()> done);
     static void turnStatusCallBack(void* ctx, gatewalk::TurnCallBackData_T* data);
     static void stunStatusCallBackForStunServer(void* ctx, typename P::StunCallBackData* data);
     static void sendRawTurnData(const unsigned char* bytes, unsigned long length, const struct sockaddr* destination,
@@ -187,6 +189,8 @@ private:
 
     // Checks and conclusion (IceChecks.cpp)
     ZynResult ResolveHostnames(bool restart);
+    void StartStunTrace(bool iceSucceeded);
+    void TranslateIpv4Candidates();
     ZynResult StartConnectivityCheck(const sdp::optional_value<sdp::ice_caps>& ice, const CCmInetAddr& remote,
                                      bool controlling);
     void pruneLocalCandidates();
@@ -290,6 +294,10 @@ private:
     uint64_t m_checkStartMs = 0;
     uint64_t m_iceTickMs = 0;  // the agent's clock, in ticks of 10 ms
     int m_firstRemoteTcpPort = 0;
+    uint32_t m_resolveGeneration = 0;  // a newer remote description drops the answers for an older one
+    size_t m_namesPending = 0;
+    CCmInetAddr m_nat64Prefix;         // learnt from ipv4only.arpa. on an IPv6-only network
+    int m_nat64PrefixLength = -1;
     std::string m_peerReflexiveIp;
 
     std::vector<std::unique_ptr<CIceConnectionContext>> m_contexts;

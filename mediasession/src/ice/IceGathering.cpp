@@ -8,9 +8,11 @@
 #include <mutex>
 
 #include "config/GlobalConfig.h"
+#include "diag/DNSResolverManager.h"
 #include "ice/IceAllocations.h"
 #include "ice/IceTrace.h"
 #include "sockaddr_util.h"
+#include "tp/CmThreadManager.h"
 #include "util/CmLocalAddr.h"
 #include "util/CmTick.h"
 
@@ -258,7 +260,9 @@ void CIceConnectorT<P>::CloseCandidates()
 template <class P>
 void CIceConnectorT<P>::StopListen()
 {
-    // Allocations and pairs ride on the candidates' sockets: they go first.
+    // Allocations and pairs ride on the candidates' sockets: they go first, and so do the lookups of
+    // their servers' names.
+    CDNSResolverManager::Instance()->cancelResolve(this);
     StopStun();
     StopTurn();
     CleanUpContexts(true);
@@ -385,16 +389,41 @@ void CIceConnectorT<P>::allocateICERelayedAndReflexiveAddressForCandidate(const 
         else
             ICE_INFO("CIceConnector::allocateICERelaye in call flow");
         CCmInetAddr serverAddr;
-        if (serverAddr.Set(server.host, server.port, true) != CM_OK) {
-            ICE_WARN("CIceConnector::allocateICERelaye, cannot resolve " << server.host);
-            serverDone();
+        if (serverAddr.SetWithoutResolve(server.host, server.port) == CM_OK) {
+            AllocateAtServer(candidate, isCheck, server, serverAddr, serverDone);
             continue;
         }
-        if (server.kind == ZynIceServer_TURN)
-            allocateTurnRelayedAndReflexive(candidate, isCheck, server, serverAddr, serverDone);
-        else
-            allocateStunRelayedAndReflexive(candidate, isCheck, server, serverAddr, serverDone);
+        // A name: the resolver shares one lookup among every connector that asks, and answers on
+        // this thread, so gathering never waits on the network thread for a DNS server.
+        CCmInetAddr name;
+        const int family = candidate.rtpAddress.IsIpv6() ? AF_INET6 : AF_INET;
+        ACmThread* thread = CCmThreadManager::Instance()->GetThread(m_threadType);
+        if (name.SetUnresolved(server.host, server.port, family) != CM_OK ||
+            CDNSResolverManager::Instance()->resolve(
+                name, this,
+                [this, candidate, isCheck, server, serverDone](const CCmInetAddr& resolved) {
+                    if (!resolved.IsResolved()) {
+                        ICE_WARN("CIceConnector::allocateICERelaye, cannot resolve " << server.host);
+                        serverDone();
+                        return;
+                    }
+                    AllocateAtServer(candidate, isCheck, server, resolved, serverDone);
+                },
+                thread, family) != CM_OK) {
+            ICE_WARN("CIceConnector::allocateICERelaye, cannot resolve " << server.host);
+            serverDone();
+        }
     }
+}
+
+template <class P>
+void CIceConnectorT<P>::AllocateAtServer(const CIceCandidate& candidate, bool isCheck, const tagICEServer& server,
+                                         const CCmInetAddr& serverAddr, std::function<void()> done)
+{
+    if (server.kind == ZynIceServer_TURN)
+        allocateTurnRelayedAndReflexive(candidate, isCheck, server, serverAddr, std::move(done));
+    else
+        allocateStunRelayedAndReflexive(candidate, isCheck, server, serverAddr, std::move(done));
 }
 
 template <class P>
