@@ -19,10 +19,36 @@
 
 namespace {
 
-constexpr const char* kCallUsage =
-    "call [--media LIST] [--duration SEC] [--sdes | --no-srtp] [--no-ice] [--no-mux] [--client-type N] "
-    "[--stun HOST:PORT] [--turn USER:PASS@HOST:PORT[?transport=tcp]] [--relay-only] [--local ADDR] "
-    "[--listen ADDR:PORT | --connect ADDR:PORT] [--json] [--sdp-only] [--insecure-logs] [--save DIR]";
+const tool::CommandSpec kVersionSpec{.name = "version", .summary = "prints the media engine's version"};
+const tool::CommandSpec kCallSpec{
+    .name = "call",
+    .summary = "a whole call through the library's public API: two connections on loopback, or one side in "
+               "each of two processes; exit 1 when a step fails or a line carried no media both ways",
+    .options =
+        {
+            {.name = "--media", .value = "LIST",
+             .help = "the lines, a comma list of audio, video, share, audio-slide, application (default "
+                     "audio,video)"},
+            {.name = "--duration", .value = "SEC", .help = "how long media flows once every line has it (default 3)"},
+            {.name = "--sdes", .help = "SRTP keyed by SDES in place of DTLS"},
+            {.name = "--no-srtp", .help = "media in clear"},
+            {.name = "--no-ice", .help = "no ICE: each side sends to the address the other's description gives"},
+            {.name = "--no-mux", .help = "RTCP on a port of its own"},
+            {.name = "--client-type", .value = "N", .help = "the connector profile the lines use"},
+            {.name = "--stun", .value = "HOST:PORT", .help = "a STUN server to gather from", .repeated = true},
+            {.name = "--turn", .value = "USER:PASS@HOST:PORT[?transport=tcp]", .help = "a TURN server to relay through",
+             .repeated = true},
+            {.name = "--relay-only", .help = "only relayed candidates in the descriptions"},
+            {.name = "--local", .value = "ADDR", .help = "the local addresses lines may use (default 127.0.0.1)"},
+            {.name = "--listen", .value = "ADDR:PORT",
+             .help = "answering side of a two-process call: wait for the offer there"},
+            {.name = "--connect", .value = "ADDR:PORT", .help = "offering side of a two-process call: send it there"},
+            {.name = "--json", .help = "the closing report as a JSON document on stdout, progress on stderr"},
+            {.name = "--sdp-only", .help = "stop after the negotiation, printing both descriptions and their records"},
+            {.name = "--insecure-logs", .help = "keys and ICE passwords unmasked, in traces and printed descriptions"},
+            {.name = "--save", .value = "DIR", .help = "write offer.sdp and answer.sdp there"},
+        },
+};
 
 // Bounds of the steps of a call; none is a pacing sleep, each ends as soon as its event came.
 constexpr int kGatherMs = 15000;
@@ -30,7 +56,7 @@ constexpr int kConnectMs = 30000;
 constexpr int kFirstMediaMs = 10000;
 constexpr int kSignalMs = 60000;
 
-int RunVersion(const std::vector<std::string>&)
+int RunVersion(const tool::Args&)
 {
     unsigned int v[4] = {};
     const char* build = nullptr;
@@ -114,54 +140,39 @@ bool ParseTurn(std::string text, tagICEServer& out)
     return ParseServer(text.substr(at + 1), ZynIceServer_TURN, out);
 }
 
-// 0: run; 1: bad usage; 2: help printed.
-int ParseOptions(const std::vector<std::string>& args, CallOptions& o)
+// What the table does not check itself; an empty text when all is well.
+std::string ReadOptions(const tool::Args& args, CallOptions& o)
 {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        const bool hasValue = i + 1 < args.size();
-        if (a == "-h" || a == "--help") {
-            std::printf("usage: mediasession %s\n", kCallUsage);
-            return 2;
-        }
-        if (a == "--sdp-only") o.sdpOnly = true;
-        else if (a == "--json") o.json = true;
-        else if (a == "--insecure-logs") o.exchange.insecure = true;
-        else if (a == "--sdes") o.sdes = true, o.dtls = false;
-        else if (a == "--no-srtp") o.dtls = o.sdes = false;
-        else if (a == "--no-ice") o.ice = false;
-        else if (a == "--no-mux") o.mux = false;
-        else if (a == "--relay-only") o.relayOnly = true;
-        else if (a == "--media" && hasValue) {
-            if (!ParseMedia(args[++i], o.media)) return 1;
-        } else if (a == "--duration" && hasValue) {
-            o.duration = std::atoi(args[++i].c_str());
-            if (o.duration < 0 || o.duration > 3600) return 1;
-        } else if (a == "--client-type" && hasValue) {
-            o.clientType = std::atoi(args[++i].c_str());
-        } else if (a == "--stun" && hasValue) {
-            tagICEServer s{};
-            if (!ParseServer(args[++i], ZynIceServer_STUN, s)) return 1;
-            o.servers.push_back(s);
-        } else if (a == "--turn" && hasValue) {
-            tagICEServer s{};
-            if (!ParseTurn(args[++i], s)) return 1;
-            o.servers.push_back(s);
-        } else if (a == "--local" && hasValue) {
-            o.local = args[++i];
-        } else if (a == "--listen" && hasValue) {
-            o.listen = args[++i];
-        } else if (a == "--connect" && hasValue) {
-            o.connect = args[++i];
-        } else if (a == "--save" && hasValue) {
-            o.exchange.saveDir = args[++i];
-        } else {
-            return 1;
-        }
+    o.sdpOnly = args.Has("--sdp-only");
+    o.json = args.Has("--json");
+    o.exchange.insecure = args.Has("--insecure-logs");
+    if (args.Has("--sdes") && args.Has("--no-srtp")) return "--sdes and --no-srtp exclude each other";
+    o.sdes = args.Has("--sdes");
+    o.dtls = !o.sdes && !args.Has("--no-srtp");
+    o.ice = !args.Has("--no-ice");
+    o.mux = !args.Has("--no-mux");
+    o.relayOnly = args.Has("--relay-only");
+    if (args.Has("--media") && !ParseMedia(args.Value("--media"), o.media)) return "--media takes known kinds only";
+    o.duration = std::atoi(args.Value("--duration", "3").c_str());
+    if (o.duration < 0 || o.duration > 3600) return "--duration is 0 to 3600 seconds";
+    o.clientType = std::atoi(args.Value("--client-type", "0").c_str());
+    for (const std::string& text : args.Values("--stun")) {
+        tagICEServer s{};
+        if (!ParseServer(text, ZynIceServer_STUN, s)) return "--stun takes HOST:PORT, not '" + text + "'";
+        o.servers.push_back(s);
     }
-    if (!o.listen.empty() && !o.connect.empty()) return 1;
+    for (const std::string& text : args.Values("--turn")) {
+        tagICEServer s{};
+        if (!ParseTurn(text, s)) return "--turn takes USER:PASS@HOST:PORT[?transport=tcp]";
+        o.servers.push_back(s);
+    }
+    o.local = args.Value("--local");
+    o.listen = args.Value("--listen");
+    o.connect = args.Value("--connect");
+    o.exchange.saveDir = args.Value("--save");
+    if (!o.listen.empty() && !o.connect.empty()) return "--listen and --connect exclude each other";
     o.exchange.printDescriptions = o.sdpOnly;
-    return 0;
+    return {};
 }
 
 class Call {
@@ -452,17 +463,14 @@ private:
     Snap m_before;
 };
 
-int RunCall(const std::vector<std::string>& args)
+int RunCall(const tool::Args& args)
 {
     CallOptions options;
-    if (int parsed = ParseOptions(args, options); parsed != 0) {
-        if (parsed == 1) std::fprintf(stderr, "usage: mediasession %s\n", kCallUsage);
-        return parsed == 2 ? 0 : 2;
-    }
+    if (const std::string wrong = ReadOptions(args, options); !wrong.empty()) return tool::UsageError(kCallSpec, wrong);
     return Call(options).Run();
 }
 
-tool::CommandRegistration g_version{"version", "version", RunVersion};
-tool::CommandRegistration g_call{"call", kCallUsage, RunCall};
+tool::CommandRegistration g_version{kVersionSpec, RunVersion};
+tool::CommandRegistration g_call{kCallSpec, RunCall};
 
 }  // namespace

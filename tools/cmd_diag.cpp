@@ -1,7 +1,4 @@
-// `mediasession diag ...`: what a user runs to see why a call cannot connect.
-//   diag dns NAME [--server ADDR:PORT] [--family 4|6]     one lookup through the platform's resolver
-//   diag trace HOST:PORT [--max-ttl N] [--wait-ms N] [--per-sec N]   the route trace of the library
-//   diag reach FILE [--timeout-ms N] [--probe-timeout-ms N] [--per-sec N] [--ca-file F] [--insecure]
+// `mediasession diag dns|trace|reach`: what a user runs to see why a call cannot connect.
 // Each prints a JSON document on stdout and exits 0 when it got an answer; otherwise 1 with the
 // reason on stderr (2 for wrong use).
 #include <nlohmann/json.hpp>
@@ -9,9 +6,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -25,66 +22,61 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-constexpr const char* kDnsUsage = "diag dns NAME [--server ADDR:PORT] [--family 4|6]";
-constexpr const char* kTraceUsage = "diag trace HOST:PORT [--max-ttl N] [--wait-ms N] [--per-sec N]";
-constexpr const char* kReachUsage =
-    "diag reach FILE [--timeout-ms N] [--probe-timeout-ms N] [--per-sec N] [--ca-file F] [--insecure]";
-
-// Reads "--name value" pairs and flags into a table; one positional argument.
-struct ArgTable {
-    std::map<std::string, int*> numbers;
-    std::map<std::string, std::string*> texts;
-    std::map<std::string, bool*> flags;
-    std::string positional;
-
-    bool Parse(const std::vector<std::string>& args, std::string& error)
-    {
-        for (size_t i = 0; i < args.size(); ++i) {
-            const std::string& a = args[i];
-            if (auto f = flags.find(a); f != flags.end()) {
-                *f->second = true;
-                continue;
-            }
-            const bool isNumber = numbers.count(a) != 0, isText = texts.count(a) != 0;
-            if (isNumber || isText) {
-                if (i + 1 >= args.size()) {
-                    error = a + " needs a value";
-                    return false;
-                }
-                const std::string& value = args[++i];
-                if (isText) {
-                    *texts[a] = value;
-                    continue;
-                }
-                size_t used = 0;
-                int n = -1;
-                try {
-                    n = std::stoi(value, &used);
-                } catch (...) {
-                    used = 0;
-                }
-                if (used != value.size() || n <= 0) {
-                    error = a + " takes a positive number";
-                    return false;
-                }
-                *numbers[a] = n;
-                continue;
-            }
-            if (positional.empty() && !a.empty() && a[0] != '-') {
-                positional = a;
-                continue;
-            }
-            error = "unexpected argument: " + a;
-            return false;
-        }
-        return true;
-    }
+const tool::CommandSpec kDns{
+    .name = "diag dns",
+    .summary = "one lookup through the platform's resolver, A and AAAA unless --family says; exit 1 when no "
+               "address came",
+    .operands = {.name = "NAME", .help = "the name to look up", .min = 1, .max = 1},
+    .options =
+        {
+            {.name = "--server", .value = "ADDR:PORT", .help = "ask this server, not the system's"},
+            {.name = "--family", .help = "only this family", .choices = {"4", "6"}},
+        },
+};
+const tool::CommandSpec kTrace{
+    .name = "diag trace",
+    .summary = "the library's route trace towards a STUN server; exit 1 when the server did not answer",
+    .operands = {.name = "HOST:PORT", .help = "the server", .min = 1, .max = 1},
+    .options =
+        {
+            {.name = "--max-ttl", .value = "N", .help = "hops tried at most (default 30)"},
+            {.name = "--wait-ms", .value = "N", .help = "how long each probe waits (default 1000)"},
+            {.name = "--per-sec", .value = "N", .help = "probes sent per second at most (default 10)"},
+        },
+};
+const tool::CommandSpec kReach{
+    .name = "diag reach",
+    .summary = "which servers of a cluster list answer, by each transport; exit 1 when none did",
+    .operands = {.name = "FILE", .help = "the cluster list, JSON", .min = 1, .max = 1},
+    .options =
+        {
+            {.name = "--timeout-ms", .value = "N", .help = "the whole test's budget (default 20000)"},
+            {.name = "--probe-timeout-ms", .value = "N", .help = "one probe's (default 3000)"},
+            {.name = "--per-sec", .value = "N", .help = "route-trace probes per second at most (default 50)"},
+            {.name = "--ca-file", .value = "F", .help = "certificates that TLS servers are checked against"},
+            {.name = "--insecure", .help = "no check of TLS servers' certificates"},
+        },
 };
 
-int Usage(const char* command, const std::string& why, const char* usage)
+// The option's value as a positive number, or the fallback when it was not given; false (with the
+// reason) for anything else.
+bool PositiveNumber(const tool::Args& args, const std::string& option, int& out, std::string& error)
 {
-    std::fprintf(stderr, "%s: %s\nusage: mediasession %s\n", command, why.c_str(), usage);
-    return 2;
+    if (!args.Has(option)) return true;
+    const std::string value = args.Value(option);
+    size_t used = 0;
+    int n = -1;
+    try {
+        n = std::stoi(value, &used);
+    } catch (...) {
+        used = 0;
+    }
+    if (used != value.size() || n <= 0) {
+        error = option + " takes a positive number";
+        return false;
+    }
+    out = n;
+    return true;
 }
 
 // "HOST:PORT" or "[V6]:PORT"; false when the port is missing or not a port.
@@ -156,37 +148,31 @@ json LookUp(const std::string& name, const CmDnsSettings& settings, std::string&
     return out;
 }
 
-int RunDns(const std::vector<std::string>& args)
+int RunDns(const tool::Args& args)
 {
-    std::string server;
-    int family = 0;
-    ArgTable table;
-    table.texts["--server"] = &server;
-    table.numbers["--family"] = &family;
-    std::string error;
-    if (!table.Parse(args, error)) return Usage("diag dns", error, kDnsUsage);
-    if (table.positional.empty()) return Usage("diag dns", "no name given", kDnsUsage);
-    if (family != 0 && family != 4 && family != 6) return Usage("diag dns", "--family is 4 or 6", kDnsUsage);
+    const std::string server = args.Value("--server");
+    const std::string name = args.Operands()[0];
+    const int family = std::atoi(args.Value("--family", "0").c_str());
     CmDnsSettings settings;
     settings.servers = server;
     if (!server.empty()) {
         // Let the resolver judge the address before any lookup.
         CCmDnsManager probe;
-        if (probe.SetSettings(settings) != CM_OK) return Usage("diag dns", "not a server address: " + server, kDnsUsage);
+        if (probe.SetSettings(settings) != CM_OK) return tool::UsageError(kDns, "not a server address: " + server);
     }
     json out;
-    out["name"] = table.positional;
+    out["name"] = name;
     out["server"] = server.empty() ? json("system") : json(server);
     json answers = json::array();
     std::string failure;
     size_t found = 0;
-    if (family != 6) answers.push_back(LookUp<CCmDnsManager>(table.positional, settings, failure));
-    if (family != 4) answers.push_back(LookUp<CCmDns6Manager>(table.positional, settings, failure));
+    if (family != 6) answers.push_back(LookUp<CCmDnsManager>(name, settings, failure));
+    if (family != 4) answers.push_back(LookUp<CCmDns6Manager>(name, settings, failure));
     for (const auto& a : answers) found += a["addresses"].size();
     out["answers"] = answers;
     std::cout << out.dump(2) << std::endl;
     if (found == 0) {
-        std::fprintf(stderr, "diag dns: %s: %s\n", table.positional.c_str(), failure.c_str());
+        std::fprintf(stderr, "diag dns: %s: %s\n", name.c_str(), failure.c_str());
         return 1;
     }
     return 0;
@@ -211,19 +197,18 @@ std::string TraceFailure(const json& doc)
     return "no answer from the server within " + std::to_string(last.value("ttl", 0)) + " hops";
 }
 
-int RunTrace(const std::vector<std::string>& args)
+int RunTrace(const tool::Args& args)
 {
     int maxTtl = 30, waitMs = 1000, perSec = 10;
-    ArgTable table;
-    table.numbers["--max-ttl"] = &maxTtl;
-    table.numbers["--wait-ms"] = &waitMs;
-    table.numbers["--per-sec"] = &perSec;
     std::string error;
-    if (!table.Parse(args, error)) return Usage("diag trace", error, kTraceUsage);
+    if (!PositiveNumber(args, "--max-ttl", maxTtl, error) || !PositiveNumber(args, "--wait-ms", waitMs, error) ||
+        !PositiveNumber(args, "--per-sec", perSec, error)) {
+        return tool::UsageError(kTrace, error);
+    }
+    const std::string target = args.Operands()[0];
     std::string host;
     unsigned short port = 0;
-    if (!SplitHostPort(table.positional, host, port))
-        return Usage("diag trace", "not HOST:PORT: " + table.positional, kTraceUsage);
+    if (!SplitHostPort(target, host, port)) return tool::UsageError(kTrace, "not HOST:PORT: " + target);
 
     TraceSink sink;
     SetStunTraceSink(&sink);
@@ -251,7 +236,7 @@ int RunTrace(const std::vector<std::string>& args)
     const json doc = json::parse(sink.text, nullptr, false);
     std::cout << (doc.is_discarded() ? sink.text : doc.dump(2)) << std::endl;
     if (sink.ok) return 0;
-    std::fprintf(stderr, "diag trace: %s: %s\n", table.positional.c_str(),
+    std::fprintf(stderr, "diag trace: %s: %s\n", target.c_str(),
                  doc.is_discarded() ? "no result" : TraceFailure(doc).c_str());
     return 1;
 }
@@ -262,23 +247,21 @@ struct ReachSink final : IZynTraceServerSink, Waiter {
     void OnTraceServerResult(bool isCompleted, const char* document) override { Set(isCompleted, document); }
 };
 
-int RunReach(const std::vector<std::string>& args)
+int RunReach(const tool::Args& args)
 {
     int timeoutMs = 20000, probeTimeoutMs = 3000, perSec = 50;
-    std::string caFile;
-    bool insecure = false;
-    ArgTable table;
-    table.numbers["--timeout-ms"] = &timeoutMs;
-    table.numbers["--probe-timeout-ms"] = &probeTimeoutMs;
-    table.numbers["--per-sec"] = &perSec;
-    table.texts["--ca-file"] = &caFile;
-    table.flags["--insecure"] = &insecure;
     std::string error;
-    if (!table.Parse(args, error)) return Usage("diag reach", error, kReachUsage);
-    if (table.positional.empty()) return Usage("diag reach", "no file given", kReachUsage);
-    std::ifstream file(table.positional, std::ios::binary);
+    if (!PositiveNumber(args, "--timeout-ms", timeoutMs, error) ||
+        !PositiveNumber(args, "--probe-timeout-ms", probeTimeoutMs, error) ||
+        !PositiveNumber(args, "--per-sec", perSec, error)) {
+        return tool::UsageError(kReach, error);
+    }
+    const std::string caFile = args.Value("--ca-file");
+    const bool insecure = args.Has("--insecure");
+    const std::string path = args.Operands()[0];
+    std::ifstream file(path, std::ios::binary);
     if (!file) {
-        std::fprintf(stderr, "diag reach: cannot read %s\n", table.positional.c_str());
+        std::fprintf(stderr, "diag reach: cannot read %s\n", path.c_str());
         return 1;
     }
     std::ostringstream content;
@@ -297,7 +280,7 @@ int RunReach(const std::vector<std::string>& args)
     const ZynResult rv = StartTraceServer(text.c_str(), static_cast<long>(text.size()));
     if (rv != ZYN_S_OK) {
         SetTraceServerSink(nullptr);
-        std::fprintf(stderr, "diag reach: %s: %s\n", table.positional.c_str(),
+        std::fprintf(stderr, "diag reach: %s: %s\n", path.c_str(),
                      rv == ZYN_E_INVALIDARG ? "not a cluster list (or no usable URI in it)" : "a test is already running");
         return 1;
     }
@@ -316,13 +299,13 @@ int RunReach(const std::vector<std::string>& args)
             for (const auto& [transport, state] : cluster.items())
                 reachable = reachable || (state.is_object() && state.value("reachable", "") == "true");
     if (reachable) return 0;
-    std::fprintf(stderr, "diag reach: no server of %s answered%s\n", table.positional.c_str(),
+    std::fprintf(stderr, "diag reach: no server of %s answered%s\n", path.c_str(),
                  sink.ok ? "" : " within the time budget");
     return 1;
 }
 
-const tool::CommandRegistration regDns{"diag dns", kDnsUsage, RunDns};
-const tool::CommandRegistration regTrace{"diag trace", kTraceUsage, RunTrace};
-const tool::CommandRegistration regReach{"diag reach", kReachUsage, RunReach};
+const tool::CommandRegistration regDns{kDns, RunDns};
+const tool::CommandRegistration regTrace{kTrace, RunTrace};
+const tool::CommandRegistration regReach{kReach, RunReach};
 
 }  // namespace

@@ -31,8 +31,22 @@ namespace {
 using namespace tool::ice_peer;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kUsage =
-    "ice-peer --role controlling|controlled --out FILE --in FILE [--local ADDR]... [--verbose]";
+const tool::CommandSpec kSpec{
+    .name = "ice-peer",
+    .summary = "one side of an ICE session on real UDP sockets, descriptions traded through files; prints the "
+               "selected pair as JSON, exit 1 when no datagram of the peer came over it",
+    .options =
+        {
+            {.name = "--role", .help = "this side's ICE role", .choices = {"controlling", "controlled"},
+             .required = true},
+            {.name = "--out", .value = "FILE", .help = "where this side's description is written", .required = true},
+            {.name = "--in", .value = "FILE", .help = "where the peer's description appears", .required = true},
+            {.name = "--local", .value = "ADDR", .help = "a local address to gather on (default 127.0.0.1)",
+             .repeated = true},
+            {.name = "--verbose", .help = "the agent's whole log on standard error"},
+        },
+};
+
 constexpr int64_t kGiveUpMs = 15000;
 constexpr int64_t kResendMs = 50;
 constexpr int64_t kLingerMs = 1000;
@@ -46,34 +60,16 @@ struct Options {
     bool verbose = false;
 };
 
-int Usage(const std::string& why)
+Options ReadOptions(const tool::Args& args)
 {
-    std::fprintf(stderr, "ice-peer: %s\nusage: mediasession %s\n", why.c_str(), kUsage);
-    return 2;
-}
-
-bool ParseArgs(const std::vector<std::string>& args, Options& o, std::string& error)
-{
-    std::string role;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a == "--verbose") {
-            o.verbose = true;
-            continue;
-        }
-        if (a != "--role" && a != "--out" && a != "--in" && a != "--local") return error = "unknown " + a, false;
-        if (i + 1 >= args.size()) return error = a + " needs a value", false;
-        const std::string& v = args[++i];
-        if (a == "--role") role = v;
-        else if (a == "--out") o.out = v;
-        else if (a == "--in") o.in = v;
-        else o.locals.push_back(v);
-    }
-    if (role != "controlling" && role != "controlled") return error = "--role is controlling or controlled", false;
-    if (o.out.empty() || o.in.empty()) return error = "--out and --in are required", false;
-    o.controlling = role == "controlling";
+    Options o;
+    o.controlling = args.Value("--role") == "controlling";
+    o.out = args.Value("--out");
+    o.in = args.Value("--in");
+    o.locals = args.Values("--local");
+    o.verbose = args.Has("--verbose");
     if (o.locals.empty()) o.locals.push_back("127.0.0.1");
-    return true;
+    return o;
 }
 
 bool ReadFile(const std::string& path, std::string& text)
@@ -136,11 +132,10 @@ private:
     int64_t gotAtMs_ = 0, nextSendMs_ = 0;
 };
 
-int RunIcePeer(const std::vector<std::string>& args)
+int RunIcePeer(const tool::Args& args)
 {
-    Options o;
+    const Options o = ReadOptions(args);
     std::string error;
-    if (!ParseArgs(args, o, error)) return Usage(error);
     const Clock::time_point begin = Clock::now();
     auto now = [&] { return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count(); };
     auto fail = [](const std::string& why) {
@@ -150,7 +145,7 @@ int RunIcePeer(const std::vector<std::string>& args)
 
     UdpSockets sockets;
     for (const auto& local : o.locals) {
-        if (!sockets.Open(local, error)) return Usage(error);
+        if (!sockets.Open(local, error)) return tool::UsageError(kSpec, error);
     }
     Agent agent(sockets, o.controlling, o.verbose ? gatewalk::ICELIB_logAll : gatewalk::ICELIB_logWarning);
     if (!agent.Init(error)) return fail(error);
@@ -202,6 +197,6 @@ int RunIcePeer(const std::vector<std::string>& args)
     return exchange.GotTheirs() ? 0 : 1;
 }
 
-const tool::CommandRegistration reg{"ice-peer", kUsage, RunIcePeer};
+const tool::CommandRegistration reg{kSpec, RunIcePeer};
 
 }  // namespace

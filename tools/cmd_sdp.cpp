@@ -13,7 +13,16 @@
 
 namespace {
 
-const char* kUsage = "sdp parse [--lines] [--json] [FILE|-]";
+const tool::CommandSpec kSpec{
+    .name = "sdp parse",
+    .summary = "reads one session description and prints it back through the typed model",
+    .operands = {.name = "FILE|-", .help = "the description (default: standard input)", .min = 0, .max = 1},
+    .options =
+        {
+            {.name = "--lines", .help = "print it back through the line layer only"},
+            {.name = "--json", .help = "print a JSON summary of the typed model"},
+        },
+};
 
 bool read_input(const std::string& path, std::string& text)
 {
@@ -27,22 +36,10 @@ bool read_input(const std::string& path, std::string& text)
     return true;
 }
 
-int run_parse(const std::vector<std::string>& args)
+int run_parse(const tool::Args& args)
 {
-    bool lines_only = false, as_json = false;
-    std::string path;
-    for (const auto& a : args) {
-        if (a == "--lines") lines_only = true;
-        else if (a == "--json") as_json = true;
-        else if (!a.empty() && a[0] == '-' && a != "-") {
-            std::fprintf(stderr, "usage: mediasession %s\n", kUsage);
-            return 2;
-        } else if (path.empty()) path = a;
-        else {
-            std::fprintf(stderr, "usage: mediasession %s\n", kUsage);
-            return 2;
-        }
-    }
+    const bool lines_only = args.Has("--lines"), as_json = args.Has("--json");
+    const std::string path = args.Operands().empty() ? "" : args.Operands()[0];
     std::string text;
     if (!read_input(path, text)) {
         std::fprintf(stderr, "mediasession: cannot read '%s'\n", path.c_str());
@@ -65,6 +62,6 @@ int run_parse(const std::vector<std::string>& args)
     }
 }
 
-tool::CommandRegistration reg{"sdp parse", kUsage, run_parse};
+tool::CommandRegistration reg{kSpec, run_parse};
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,32 +15,25 @@
 
 namespace {
 
-const char* kOfferUsage = "sdp offer --local FILE [--json]";
-const char* kAnswerUsage = "sdp answer --local FILE --offer FILE [--json]";
-const char* kNegotiateUsage = "sdp negotiate --local FILE --answer FILE [--json]";
+const tool::Option kJson{.name = "--json", .help = "print the negotiated views of both sides as JSON"};
+const tool::Option kLocal{.name = "--local", .value = "FILE", .help = "this side's capabilities, as a description",
+                          .required = true};
 
-// --name VALUE options and the --json flag; false on anything else or a missing required option.
-bool parse_options(const std::vector<std::string>& args, const std::vector<std::string>& required,
-                   std::map<std::string, std::string>& values, bool& as_json)
-{
-    as_json = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--json") {
-            as_json = true;
-            continue;
-        }
-        bool known = false;
-        for (const auto& name : required)
-            if (args[i] == "--" + name && i + 1 < args.size()) {
-                values[name] = args[++i];
-                known = true;
-            }
-        if (!known) return false;
-    }
-    for (const auto& name : required)
-        if (!values.count(name)) return false;
-    return true;
-}
+const tool::CommandSpec kOffer{
+    .name = "sdp offer",
+    .summary = "prints the offer this side sends",
+    .options = {kLocal, kJson},
+};
+const tool::CommandSpec kAnswer{
+    .name = "sdp answer",
+    .summary = "prints this side's answer to the other side's offer",
+    .options = {kLocal, {.name = "--offer", .value = "FILE", .help = "the offer received", .required = true}, kJson},
+};
+const tool::CommandSpec kNegotiate{
+    .name = "sdp negotiate",
+    .summary = "offers, applies the other side's answer and prints the offer",
+    .options = {kLocal, {.name = "--answer", .value = "FILE", .help = "the answer received", .required = true}, kJson},
+};
 
 std::string read_file(const std::string& path)
 {
@@ -65,18 +57,12 @@ tool::sdp_json views_json(const sdp::offer_answer& oa)
 
 // Runs one exchange; every refusal of the library (state or text) ends with status 2.
 template <class Fn>
-int run(const std::vector<std::string>& args, const char* usage, const std::vector<std::string>& required, Fn&& fn)
+int run(const tool::Args& args, Fn&& fn)
 {
-    std::map<std::string, std::string> values;
-    bool as_json = false;
-    if (!parse_options(args, required, values, as_json)) {
-        std::fprintf(stderr, "usage: mediasession %s\n", usage);
-        return 2;
-    }
     try {
-        sdp::offer_answer oa(read_group(values["local"]));
-        std::string text = fn(oa, values);
-        if (as_json) std::cout << views_json(oa).dump() << "\n";
+        sdp::offer_answer oa(read_group(args.Value("--local")));
+        std::string text = fn(oa);
+        if (args.Has("--json")) std::cout << views_json(oa).dump() << "\n";
         else std::cout << text;
         return 0;
     } catch (const std::exception& e) {
@@ -85,28 +71,27 @@ int run(const std::vector<std::string>& args, const char* usage, const std::vect
     }
 }
 
-int run_offer(const std::vector<std::string>& args)
+int run_offer(const tool::Args& args)
 {
-    return run(args, kOfferUsage, {"local"}, [](sdp::offer_answer& oa, auto&) { return oa.get_offer(); });
+    return run(args, [](sdp::offer_answer& oa) { return oa.get_offer(); });
 }
 
-int run_answer(const std::vector<std::string>& args)
+int run_answer(const tool::Args& args)
 {
-    return run(args, kAnswerUsage, {"local", "offer"},
-               [](sdp::offer_answer& oa, auto& values) { return oa.get_answer(read_file(values["offer"])); });
+    return run(args, [&](sdp::offer_answer& oa) { return oa.get_answer(read_file(args.Value("--offer"))); });
 }
 
-int run_negotiate(const std::vector<std::string>& args)
+int run_negotiate(const tool::Args& args)
 {
-    return run(args, kNegotiateUsage, {"local", "answer"}, [](sdp::offer_answer& oa, auto& values) {
+    return run(args, [&](sdp::offer_answer& oa) {
         std::string offer = oa.get_offer();
-        oa.set_answer(read_file(values["answer"]));
+        oa.set_answer(read_file(args.Value("--answer")));
         return offer;
     });
 }
 
-tool::CommandRegistration reg_offer{"sdp offer", kOfferUsage, run_offer};
-tool::CommandRegistration reg_answer{"sdp answer", kAnswerUsage, run_answer};
-tool::CommandRegistration reg_negotiate{"sdp negotiate", kNegotiateUsage, run_negotiate};
+tool::CommandRegistration reg_offer{kOffer, run_offer};
+tool::CommandRegistration reg_answer{kAnswer, run_answer};
+tool::CommandRegistration reg_negotiate{kNegotiate, run_negotiate};
 
 }  // namespace

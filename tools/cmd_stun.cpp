@@ -2,8 +2,10 @@
 // and printed as one JSON object, with its MESSAGE-INTEGRITY and FINGERPRINT checked.
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cctype>
 #include <cinttypes>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -22,8 +24,19 @@ namespace {
 using json = nlohmann::ordered_json;  // keys in the order they are set
 using Bytes = std::vector<uint8_t>;
 
-constexpr const char* kUsage = "stun decode [--profile qlox|zyn] [--password P | --long-term USER:REALM:PASS] HEX|-";
-constexpr int kExitUsage = 1;
+const tool::CommandSpec kSpec{
+    .name = "stun decode",
+    .summary = "decodes one STUN message given as hex and prints it as JSON, integrity and fingerprint "
+               "checked; exit 2 when the decoder refuses it",
+    .operands = {.name = "HEX|-", .help = "the message, in one or more words, or - for standard input", .min = 1,
+                 .max = SIZE_MAX},
+    .options =
+        {
+            {.name = "--profile", .help = "which profile of the codec decodes", .choices = {"qlox", "zyn"}},
+            {.name = "--password", .value = "P", .help = "short-term key that checks MESSAGE-INTEGRITY"},
+            {.name = "--long-term", .value = "USER:REALM:PASS", .help = "long-term credentials instead of --password"},
+        },
+};
 constexpr int kExitRefused = 2;
 
 template <class Msg>
@@ -199,49 +212,36 @@ int Decode(const Bytes& msg, const std::optional<Bytes>& key)
     return 0;
 }
 
-int Usage(const char* why)
+int RunDecode(const tool::Args& args)
 {
-    std::fprintf(stderr, "stun decode: %s\nusage: mediasession %s\n", why, kUsage);
-    return kExitUsage;
-}
-
-int RunDecode(const std::vector<std::string>& args)
-{
-    std::string profile = "qlox";
+    const std::string profile = args.Value("--profile", "qlox");
     std::optional<Bytes> key;
-    std::optional<std::string> input;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        bool hasValue = i + 1 < args.size();
-        if (a == "--profile" && hasValue) {
-            profile = args[++i];
-        } else if (a == "--password" && hasValue) {
-            const std::string& p = args[++i];
-            key = Bytes(p.begin(), p.end());
-        } else if (a == "--long-term" && hasValue) {
-            const std::string& c = args[++i];
-            size_t first = c.find(':');
-            size_t second = first == std::string::npos ? first : c.find(':', first + 1);
-            if (second == std::string::npos) return Usage("--long-term wants USER:REALM:PASS");
-            if (c.size() > 896) return Usage("credentials too long");
-            std::string user = c.substr(0, first), realm = c.substr(first + 1, second - first - 1);
-            std::string pass = c.substr(second + 1);
-            key = Bytes(gatewalk::STUN_MD5_KEY_SIZE);
-            gatewalk::stunlib_createMD5Key(key->data(), user.c_str(), realm.c_str(), pass.c_str());
-        } else if (a == "-" && !input) {
-            input = a;
-        } else if (!a.empty() && a[0] != '-' && input != "-") {
-            input = input.value_or("") + a;  // hex may come split into several words
-        } else {
-            return Usage(("unexpected argument '" + a + "'").c_str());
-        }
+    if (args.Has("--password") && args.Has("--long-term")) {
+        return tool::UsageError(kSpec, "--password and --long-term exclude each other");
     }
-    if (!input) return Usage("no message given");
-    if (profile != "qlox" && profile != "zyn") return Usage("profile is qlox or zyn");
-    std::string text = *input;
+    if (args.Has("--password")) {
+        const std::string p = args.Value("--password");
+        key = Bytes(p.begin(), p.end());
+    } else if (args.Has("--long-term")) {
+        const std::string c = args.Value("--long-term");
+        size_t first = c.find(':');
+        size_t second = first == std::string::npos ? first : c.find(':', first + 1);
+        if (second == std::string::npos) return tool::UsageError(kSpec, "--long-term wants USER:REALM:PASS");
+        if (c.size() > 896) return tool::UsageError(kSpec, "credentials too long");
+        std::string user = c.substr(0, first), realm = c.substr(first + 1, second - first - 1);
+        std::string pass = c.substr(second + 1);
+        key = Bytes(gatewalk::STUN_MD5_KEY_SIZE);
+        gatewalk::stunlib_createMD5Key(key->data(), user.c_str(), realm.c_str(), pass.c_str());
+    }
+    // Hex may come split into several words; "-" reads it from standard input.
+    const auto& words = args.Operands();
+    std::string text;
+    for (const auto& w : words) text += w;
     if (text == "-") text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    else if (std::find(words.begin(), words.end(), "-") != words.end())
+        return tool::UsageError(kSpec, "- stands alone");
     auto bytes = FromHex(text);
-    if (!bytes) return Usage("the message is not hex");
+    if (!bytes) return tool::UsageError(kSpec, "the message is not hex");
     if (!gatewalk::stunlib_isStunMsg(bytes->data(), static_cast<unsigned int>(bytes->size()))) {
         std::fprintf(stderr, "stun decode: not a STUN message (under 20 bytes, top bits set or no magic cookie)\n");
         return kExitRefused;
@@ -250,6 +250,6 @@ int RunDecode(const std::vector<std::string>& args)
                             : Decode<qlox_gatewalk::StunMessage>(*bytes, key);
 }
 
-const tool::CommandRegistration reg{"stun decode", kUsage, RunDecode};
+const tool::CommandRegistration reg{kSpec, RunDecode};
 
 }  // namespace

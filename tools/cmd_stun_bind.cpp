@@ -29,11 +29,23 @@ using json = nlohmann::ordered_json;
 using Clock = std::chrono::steady_clock;
 namespace q = qlox_gatewalk;
 
-constexpr const char* kUsage = "stun bind HOST:PORT [--user U --password P] [--timeout-ms N]";
 // Longer than the client's own schedule (3.5 s), so that normally the client gives up first.
 constexpr int kDefaultTimeoutMs = 5000;
 // How often the client's timers move while nothing arrives.
 constexpr int kTickMs = 10;
+
+const tool::CommandSpec kSpec{
+    .name = "stun bind",
+    .summary = "one STUN Binding transaction against a server from a loopback UDP socket; prints the result "
+               "as JSON, exit 1 when no binding came of it",
+    .operands = {.name = "HOST:PORT", .help = "the server, a numeric address", .min = 1, .max = 1},
+    .options =
+        {
+            {.name = "--user", .value = "U", .help = "USERNAME of the request"},
+            {.name = "--password", .value = "P", .help = "short-term password: signs the request, checks the response"},
+            {.name = "--timeout-ms", .value = "N", .help = "give up after N ms (default 5000)"},
+        },
+};
 
 struct Options {
     sockaddr_storage server;
@@ -88,52 +100,31 @@ void OnResult(void* ctx, q::StunCallBackData_T* data)
     run->result = *data;
 }
 
-int Fail(const char* why)
-{
-    std::fprintf(stderr, "stun bind: %s\nusage: mediasession %s\n", why, kUsage);
-    return 1;
-}
-
-bool ParseArgs(const std::vector<std::string>& args, Options& o, std::string& error)
+bool ReadOptions(const tool::Args& args, Options& o, std::string& error)
 {
     gatewalk::sockaddr_reset(&o.server);
-    bool haveServer = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        const bool hasValue = i + 1 < args.size();
-        if ((a == "--user" || a == "--password" || a == "--timeout-ms") && !hasValue) {
-            error = a + " needs a value";
-            return false;
+    o.user = args.Value("--user");
+    o.password = args.Value("--password");
+    if (args.Has("--timeout-ms")) {
+        try {
+            o.timeoutMs = std::stoi(args.Value("--timeout-ms"));
+        } catch (...) {
+            o.timeoutMs = -1;
         }
-        if (a == "--user") {
-            o.user = args[++i];
-        } else if (a == "--password") {
-            o.password = args[++i];
-        } else if (a == "--timeout-ms") {
-            try {
-                o.timeoutMs = std::stoi(args[++i]);
-            } catch (...) {
-                o.timeoutMs = -1;
-            }
-            if (o.timeoutMs <= 0) {
-                error = "--timeout-ms takes a positive number";
-                return false;
-            }
-        } else if (!haveServer && !a.empty() && a[0] != '-') {
-            if (!gatewalk::sockaddr_initFromString(reinterpret_cast<sockaddr*>(&o.server), a.c_str()) ||
-                gatewalk::sockaddr_ipPort(reinterpret_cast<sockaddr*>(&o.server)) == 0) {
-                error = "not an address with a port: " + a;
-                return false;
-            }
-            haveServer = true;
-        } else {
-            error = "unexpected argument: " + a;
+        if (o.timeoutMs <= 0) {
+            error = "--timeout-ms takes a positive number";
             return false;
         }
     }
-    if (!haveServer) error = "no server given";
-    else if (o.user.size() > gatewalk::STUN_MAX_USERNAME) error = "--user is longer than 255 bytes";
-    else if (o.password.size() > q::STUN_MAX_PASSWORD) error = "--password is longer than 512 bytes";
+    const std::string& server = args.Operands()[0];
+    if (!gatewalk::sockaddr_initFromString(reinterpret_cast<sockaddr*>(&o.server), server.c_str()) ||
+        gatewalk::sockaddr_ipPort(reinterpret_cast<sockaddr*>(&o.server)) == 0) {
+        error = "not an address with a port: " + server;
+    } else if (o.user.size() > gatewalk::STUN_MAX_USERNAME) {
+        error = "--user is longer than 255 bytes";
+    } else if (o.password.size() > q::STUN_MAX_PASSWORD) {
+        error = "--password is longer than 512 bytes";
+    }
     return error.empty();
 }
 
@@ -152,11 +143,17 @@ bool OpenSocket(const sockaddr_storage& server, Socket& s, sockaddr_storage& loc
     return getsockname(s.fd, sa, &len) == 0;
 }
 
-int RunBind(const std::vector<std::string>& args)
+int Fail(const char* why)
+{
+    std::fprintf(stderr, "stun bind: %s\n", why);
+    return 1;
+}
+
+int RunBind(const tool::Args& args)
 {
     Options o;
     std::string error;
-    if (!ParseArgs(args, o, error)) return Fail(error.c_str());
+    if (!ReadOptions(args, o, error)) return tool::UsageError(kSpec, error);
     Socket sock;
     sockaddr_storage local;
     if (!OpenSocket(o.server, sock, local)) return Fail("cannot open a UDP socket on loopback");
@@ -238,6 +235,6 @@ int RunBind(const std::vector<std::string>& args)
     return !timedOut && run.result.stunResult == q::StunResult_BindOk ? 0 : 1;
 }
 
-const tool::CommandRegistration reg{"stun bind", kUsage, RunBind};
+const tool::CommandRegistration reg{kSpec, RunBind};
 
 }  // namespace

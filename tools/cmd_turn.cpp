@@ -32,14 +32,27 @@ using json = nlohmann::ordered_json;
 using Bytes = std::vector<uint8_t>;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kUsage =
-    "turn allocate HOST:PORT --user U --password P [--tcp] [--family 4|6] [--peer HOST:PORT] [--profile qlox|zyn] "
-    "[--verbose]";
-constexpr int kExitUsage = 1;
 constexpr int kExitFailed = 2;
 constexpr unsigned int kTickMs = 20;
 constexpr int kStepTimeoutMs = 5000;  // longer than the client's own 3.6 s of retransmissions
 constexpr const char* kSoftware = "mediasession turn check";
+
+const tool::CommandSpec kSpec{
+    .name = "turn allocate",
+    .summary = "allocates a relay on a TURN server and prints its addresses as JSON; with --peer also relays "
+               "to an echoing peer both ways; exit 2 when a step fails",
+    .operands = {.name = "HOST:PORT", .help = "the server", .min = 1, .max = 1},
+    .options =
+        {
+            {.name = "--user", .value = "U", .help = "long-term credential's user", .required = true},
+            {.name = "--password", .value = "P", .help = "its password", .required = true},
+            {.name = "--tcp", .help = "talk to the server over TCP instead of UDP"},
+            {.name = "--family", .help = "address family of the relay", .choices = {"4", "6"}},
+            {.name = "--peer", .value = "HOST:PORT", .help = "an echoing peer to relay a datagram to and from"},
+            {.name = "--profile", .help = "which profile of the client runs", .choices = {"qlox", "zyn"}},
+            {.name = "--verbose", .help = "the client's log on standard error"},
+        },
+};
 
 struct Options {
     std::string server;
@@ -52,35 +65,17 @@ struct Options {
     bool verbose = false;
 };
 
-std::optional<Options> ParseOptions(const std::vector<std::string>& args)
+Options ReadOptions(const tool::Args& args)
 {
     Options o;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        bool hasValue = i + 1 < args.size();
-        if (a == "--tcp") {
-            o.tcp = true;
-        } else if (a == "--verbose") {
-            o.verbose = true;
-        } else if (a == "--user" && hasValue) {
-            o.user = args[++i];
-        } else if (a == "--password" && hasValue) {
-            o.password = args[++i];
-        } else if (a == "--peer" && hasValue) {
-            o.peer = args[++i];
-        } else if (a == "--profile" && hasValue) {
-            o.profile = args[++i];
-        } else if (a == "--family" && hasValue) {
-            const std::string& f = args[++i];
-            if (f != "4" && f != "6") return std::nullopt;
-            o.family = f == "4" ? 4 : 6;
-        } else if (!a.empty() && a[0] != '-' && o.server.empty()) {
-            o.server = a;
-        } else {
-            return std::nullopt;
-        }
-    }
-    if (o.server.empty() || o.user.empty() || (o.profile != "qlox" && o.profile != "zyn")) return std::nullopt;
+    o.server = args.Operands()[0];
+    o.user = args.Value("--user");
+    o.password = args.Value("--password");
+    o.tcp = args.Has("--tcp");
+    o.family = args.Value("--family", "4") == "6" ? 6 : 4;
+    o.peer = args.Value("--peer");
+    o.profile = args.Value("--profile", o.profile);
+    o.verbose = args.Has("--verbose");
     return o;
 }
 
@@ -376,29 +371,23 @@ private:
     json out_;
 };
 
-int RunAllocate(const std::vector<std::string>& args)
+int RunAllocate(const tool::Args& args)
 {
     // Channel numbers come from rand(): a fresh one per run.
     std::srand(std::random_device{}());
-    auto options = ParseOptions(args);
-    if (!options) {
-        std::fprintf(stderr, "usage: mediasession %s\n", kUsage);
-        return kExitUsage;
-    }
-    auto server = Resolve(options->server);
-    if (!server) {
-        std::fprintf(stderr, "mediasession: cannot resolve '%s'\n", options->server.c_str());
-        return kExitUsage;
-    }
+    const Options options = ReadOptions(args);
+    if (options.user.empty()) return tool::UsageError(kSpec, "--user is empty");
+    auto server = Resolve(options.server);
+    if (!server) return tool::UsageError(kSpec, "cannot resolve '" + options.server + "'");
     Link link;
-    if (!link.Open(*server, options->tcp)) {
-        std::fprintf(stderr, "mediasession: cannot reach %s: %s\n", options->server.c_str(), std::strerror(errno));
+    if (!link.Open(*server, options.tcp)) {
+        std::fprintf(stderr, "mediasession: cannot reach %s: %s\n", options.server.c_str(), std::strerror(errno));
         return kExitFailed;
     }
-    if (options->profile == "zyn") return Check<zyn_gatewalk_api>(*options, link).Run(*server);
-    return Check<qlox_gatewalk_api>(*options, link).Run(*server);
+    if (options.profile == "zyn") return Check<zyn_gatewalk_api>(options, link).Run(*server);
+    return Check<qlox_gatewalk_api>(options, link).Run(*server);
 }
 
-const tool::CommandRegistration reg{"turn allocate", kUsage, RunAllocate};
+const tool::CommandRegistration reg{kSpec, RunAllocate};
 
 }  // namespace

@@ -427,7 +427,7 @@ TEST(DiagToolPeerTest, ExitsZeroOnAnAnswerAndSaysWhyOtherwise)
         {"dns no AAAA", "dns share.test --family 6 " + dns, 1, "\"addresses\": []", "AAAA: "},
         {"dns nat64", "dns ipv4only.arpa. --family 6 " + dns, 0, "\"64:ff9b::\"", ""},
         {"dns missing", "dns nothere.test " + dns, 1, "\"addresses\"", "Domain name not found"},
-        {"dns usage", "dns alpha.test --family 5", 2, "", "--family is 4 or 6"},
+        {"dns usage", "dns alpha.test --family 5", 2, "", "--family is one of 4, 6"},
         {"trace coturn", "trace 127.0.0.1:" + stun + " --wait-ms 200", 0, "\"success\"", ""},
         {"trace closed", "trace 127.0.0.1:" + std::to_string(diagtest::FreePort()) + " --wait-ms 200", 1,
          "server_unreachable", "refused the port"},

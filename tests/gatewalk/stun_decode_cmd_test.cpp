@@ -86,8 +86,8 @@ TEST(StunDecodeCommand, RefusesWhatTheDecoderRefuses)
     EXPECT_EQ(Tool(HexOf(stun_vectors::kRequest).substr(0, 100)).status, 2);  // length past the end
     EXPECT_EQ(Tool("0001000021").status, 2);                                 // shorter than a header
     EXPECT_EQ(Tool("000100042112a442000000000000000000000000 00240001").status, 2);  // attribute too short
-    EXPECT_EQ(Tool("xyz").status, 1);
-    EXPECT_EQ(Tool("--profile other " + HexOf(stun_vectors::kRequest)).status, 1);
+    EXPECT_EQ(Tool("xyz").status, 2);
+    EXPECT_EQ(Tool("--profile other " + HexOf(stun_vectors::kRequest)).status, 2);
 }
 
 }  // namespace

@@ -47,10 +47,10 @@ silent)
   status=$?
   check "$out" "$status == 1" "o['result'] == 'StunResult_BindFailNoAnswer'" "o['requests_sent'] == 9" \
     "o['retransmits'] == 8" "o['reflexive'] is None"
-  # Wrong use is refused with a usage line and status 1.
+  # Wrong use is refused with a usage line and status 2.
   for args in "" "127.0.0.1" "127.0.0.1:1 --timeout-ms" "127.0.0.1:1 --timeout-ms -5" "127.0.0.1:1 --bogus"; do
     # shellcheck disable=SC2086
-    if "$tool" stun bind $args >/dev/null 2>&1 || [ $? -ne 1 ]; then
+    if "$tool" stun bind $args >/dev/null 2>&1 || [ $? -ne 2 ]; then
       echo "FAIL: 'stun bind $args' was not refused" >&2
       failures=$((failures + 1))
     fi

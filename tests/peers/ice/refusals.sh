@@ -32,7 +32,7 @@ row() {  # row NAME STATUS REASON ARGS...
 row no_role 2 "--role" --out "$dir/o" --in "$dir/port0.sdp"
 row bad_role 2 "--role" --role leader --out "$dir/o" --in "$dir/port0.sdp"
 row no_in 2 "--in" --role controlled --out "$dir/o"
-row unknown_option 2 "unknown --fast" --fast --role controlled --out "$dir/o" --in "$dir/port0.sdp"
+row unknown_option 2 "unknown option '--fast'" --fast --role controlled --out "$dir/o" --in "$dir/port0.sdp"
 row local_is_a_name 2 "not an IP address" --role controlled --out "$dir/o" --in "$dir/port0.sdp" --local localhost
 row local_with_port 2 "not an IP address" --role controlled --out "$dir/o" --in "$dir/port0.sdp" --local 127.0.0.1:5
 row remote_port_zero 1 "line 5: bad address" --role controlled --out "$dir/o" --in "$dir/port0.sdp"
