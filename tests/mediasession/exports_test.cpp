@@ -1,24 +1,20 @@
-// What leaves the shared library.
+// What leaves the shared library, and how a loader finds it.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "../common/run_command.h"
+
 namespace {
 
 std::string RunCommand(const std::string& command, int* status)
 {
-    std::string out;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return out;
-    std::array<char, 4096> buf{};
-    while (size_t n = fread(buf.data(), 1, buf.size(), pipe)) out.append(buf.data(), n);
-    *status = pclose(pipe);
-    return out;
+    const mstest::CommandResult r = mstest::RunCommand(command + " 2>&1");
+    *status = r.status;
+    return r.out;
 }
 
 TEST(ExportsTest, OnlyThePublicApiIsExported)
@@ -46,6 +42,35 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
                              "safe_lib_set_constraint_handler", "mem_prim_move32", "StartStunTrace", "StartTraceServer",
                              "IsLastTraceServerUsable"})
         EXPECT_EQ(1u, exported.count(must)) << must;
+}
+
+// The dynamic section as a user's linker and loader read it.
+TEST(ExportsTest, DynamicSectionCarriesTheSonameAndNoSearchPath)
+{
+    const std::string version = MEDIASESSION_VERSION;
+    const std::string soname = "libmediasession.so." + version.substr(0, version.find('.'));
+    const std::string file = MEDIASESSION_SO;
+    // The file is the soname plus the rest of the version, so that the soname link names it.
+    EXPECT_EQ("/" + soname + version.substr(version.find('.')), file.substr(file.rfind('/'))) << file;
+
+    int status = -1;
+    const std::string dynamic = RunCommand("readelf -d " + file, &status);
+    ASSERT_EQ(0, status) << dynamic;
+    struct Row {
+        const char* what;
+        std::string text;
+        bool present;
+    };
+    const Row rows[] = {
+        {"the soname", "Library soname: [" + soname + "]", true},
+        // Every object is position independent: a text relocation would make each process copy the code.
+        {"no text relocation", "(TEXTREL)", false},
+        // What the library links comes from the system: a search path would point into this build.
+        {"no run path", "(RUNPATH)", false},
+        {"no old-style run path", "(RPATH)", false},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(row.present, dynamic.find(row.text) != std::string::npos) << row.what << "\n" << dynamic;
 }
 
 }  // namespace
