@@ -1,6 +1,7 @@
 // A call between two connections of one process, through the installed library alone: start the
-// engine, make two connections with an audio and a video line each, offer from one, answer from the
-// other, wait until every line of both has media flowing in, print a report, stop.
+// engine, make two connections with ICE, DTLS-SRTP and an audio and a video line each, offer from
+// one, answer from the other, wait until every line of both has media flowing in, print what each
+// line announced and what the library counted of it as one JSON line, stop.
 //
 //   mediasession_example [--timeout-ms N]
 //
@@ -10,23 +11,25 @@
 // Threads: everything here runs on the process's main thread, which registers itself as the
 // library's main thread and pumps it. Sink announcements may also come from the library's network
 // threads, so what a sink records sits behind its mutex.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include <mediasession/ZynMediaConfig.h>
 #include <mediasession/ZynMediaEngine.h>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Values of OnSessionStatus: the line's transport is up, then its first RTP packet came in.
-constexpr int kStatusConnected = 2;
+// Value of OnSessionStatus once a line's first RTP packet came in (2 before it: the path is up).
 constexpr int kStatusMediaReceived = 3;
 // How long one signalling step (a description being produced) may take.
 constexpr std::chrono::seconds kStepLimit{5};
@@ -37,6 +40,47 @@ struct Line {
     const char* name;
 };
 constexpr Line kLines[] = {{0, ZynSessionType_Audio, "audio"}, {1, ZynSessionType_Video, "video"}};
+
+std::string Quoted(const char* text)
+{
+    std::string out = "\"";
+    for (const char* c = text; *c; ++c) {
+        if (*c == '"' || *c == '\\') out += '\\';
+        if (static_cast<unsigned char>(*c) >= 0x20) out += *c;
+    }
+    return out + "\"";
+}
+
+// What the library counts of a line's path and flow, as JSON; null when it has nothing.
+std::string PathJson(IZynMediaConnection* connection, const Line& line)
+{
+    // Connections made by CreateMediaConnection answer the statistics calls of the wider interface.
+    auto* stats = static_cast<IZynMediaConnection4T*>(connection);
+    _tagMediaPathStatistics p{};
+    ZynResult r = ZYN_E_FAIL;
+    if (line.type == ZynSessionType_Video) {
+        _tagVideoConnectionStatistics v{};
+        r = stats->GetVideoStatistics(line.mid, v);
+        p = v.path;
+    } else {
+        _tagAudioConnectionStatistics a{};
+        r = stats->GetAudioStatistics(line.mid, a);
+        p = a.path;
+    }
+    if (ZYN_FAILED(r)) return "null";
+    char numbers[512];
+    std::snprintf(numbers, sizeof numbers,
+                  "\"packetsSent\":%llu,\"packetsReceived\":%llu,\"bytesSent\":%llu,\"bytesReceived\":%llu,"
+                  "\"packetsLost\":%lld,\"lossPercent\":%.2f,\"jitterMs\":%.2f,\"rttMs\":%.2f,\"connectMs\":%u,"
+                  "\"srtpFailures\":%llu",
+                  static_cast<unsigned long long>(p.packetsSent), static_cast<unsigned long long>(p.packetsReceived),
+                  static_cast<unsigned long long>(p.bytesSent), static_cast<unsigned long long>(p.bytesReceived),
+                  static_cast<long long>(p.packetsLost), p.lossPercent, p.jitterMs, p.rttMs, p.connectMs,
+                  static_cast<unsigned long long>(p.srtpFailures));
+    return "{\"local\":" + Quoted(p.localAddress) + ",\"remote\":" + Quoted(p.remoteAddress) +
+           ",\"candidateType\":" + Quoted(p.candidateType) + ",\"srtpSuite\":" + Quoted(p.srtpSuite) + "," +
+           numbers + "}";
+}
 
 // One side of the call: remembers the descriptions and statuses its connection announces.
 class Side final : public IZynMediaConnectionSink {
@@ -66,40 +110,33 @@ public:
     bool EveryLineReceives()
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        for (const Line& line : kLines) {
-            const std::vector<int>& seen = statuses_[line.mid];
-            bool received = false;
-            for (int s : seen) received |= s == kStatusMediaReceived;
-            if (!received) return false;
-        }
+        for (const Line& line : kLines)
+            if (!Received(line.mid)) return false;
         return true;
     }
 
-    // {"side":"A","callId":N,"negotiation":3,"lines":[{"mid":0,"type":"audio","connected":true,
-    //  "mediaReceived":true,"statuses":[2,3]},...]}
+    // {"side":"A","callId":N,"negotiation":3,"lines":[{"mid":0,"type":"audio","statuses":[1,2,3],
+    //  "mediaReceived":true,"statistics":{...}},...]}
     std::string Report()
     {
         // Asked before the lock is taken: the library may be announcing to this sink meanwhile.
         const unsigned int callId = connection ? connection->GetMediaConnectionCallID() : 0;
         const int negotiation = connection ? connection->GetSDPStatus() : 0;
+        std::vector<std::string> statistics;
+        for (const Line& line : kLines) statistics.push_back(connection ? PathJson(connection, line) : "null");
         std::lock_guard<std::mutex> lock(mutex_);
         std::string out = "{\"side\":\"" + std::string(name_) + "\"";
         out += ",\"callId\":" + std::to_string(callId) + ",\"negotiation\":" + std::to_string(negotiation);
         out += ",\"lines\":[";
-        for (const Line& line : kLines) {
-            const std::vector<int>& seen = statuses_[line.mid];
-            bool connected = false, received = false;
+        for (std::size_t i = 0; i < std::size(kLines); ++i) {
+            const Line& line = kLines[i];
             std::string list;
-            for (int s : seen) {
-                connected |= s == kStatusConnected;
-                received |= s == kStatusMediaReceived;
-                list += (list.empty() ? "" : ",") + std::to_string(s);
-            }
-            if (&line != kLines) out += ",";
+            for (int s : statuses_[line.mid]) list += (list.empty() ? "" : ",") + std::to_string(s);
+            out += i ? "," : "";
             out += "{\"mid\":" + std::to_string(line.mid) + ",\"type\":\"" + line.name + "\"";
-            out += std::string(",\"connected\":") + (connected ? "true" : "false");
-            out += std::string(",\"mediaReceived\":") + (received ? "true" : "false");
-            out += ",\"statuses\":[" + list + "]}";
+            out += ",\"statuses\":[" + list + "]";
+            out += std::string(",\"mediaReceived\":") + (Received(line.mid) ? "true" : "false");
+            out += ",\"statistics\":" + statistics[i] + "}";
         }
         return out + "]}";
     }
@@ -107,6 +144,13 @@ public:
     IZynMediaConnection* connection = nullptr;
 
 private:
+    // mutex_ held.
+    bool Received(unsigned long mid)
+    {
+        const std::vector<int>& seen = statuses_[mid];
+        return std::find(seen.begin(), seen.end(), kStatusMediaReceived) != seen.end();
+    }
+
     const char* name_;
     std::mutex mutex_;
     std::string offer_, answer_;
@@ -185,6 +229,10 @@ int main(int argc, char** argv)
     for (Side* side : {&a, &b}) {
         if (!ok) break;
         side->connection->SetSink(side);
+        // A connection starts plain; a call on an open network wants ICE and media keyed by DTLS.
+        IGlobalConfig* config = side->connection->GetGlobalConfig();
+        ok &= Check("enable ICE", config->EnableICE(true)) && Check("enable SRTP", config->EnableSRTP(true)) &&
+              Check("key SRTP by DTLS", config->EnableDtlsSRTP(true)) && Check("mux RTCP", config->EnableRTCPMux(true));
         for (const Line& line : kLines)
             ok &= Check("add a line", side->connection->AddMedia(line.type, ZynDirection_SendRecv, line.mid, nullptr));
     }
@@ -196,7 +244,7 @@ int main(int argc, char** argv)
                           [&] { return a.EveryLineReceives() && b.EveryLineReceives(); });
         if (!media) std::fprintf(stderr, "not every line received media within %ld ms\n", timeoutMs);
     }
-    // The public interface offers no metrics document; what each line announced is the report.
+    // What each line announced, and what the library counted of it.
     std::printf("{\"media\":%s,\"connections\":[%s,%s]}\n", media ? "true" : "false", a.Report().c_str(),
                 b.Report().c_str());
 

@@ -107,10 +107,11 @@ EOF
     minor=${minor%%.*}
     probe=$(mktemp -d)
     while read -r wanted accepted; do
-        printf 'cmake_minimum_required(VERSION 3.16)\nproject(probe LANGUAGES NONE)\nfind_package(mediasession %s CONFIG REQUIRED)\n' \
-            "$wanted" >"$probe/CMakeLists.txt"
+        printf '%s\n' 'cmake_minimum_required(VERSION 3.16)' 'project(probe LANGUAGES NONE)' \
+            "find_package(mediasession $wanted CONFIG REQUIRED)" >"$probe/CMakeLists.txt"
         rm -rf "$probe/build"
-        if "$cmake" -S "$probe" -B "$probe/build" -DCMAKE_PREFIX_PATH="$stage" >/dev/null 2>&1; then got=yes; else got=no; fi
+        got=no
+        "$cmake" -S "$probe" -B "$probe/build" -DCMAKE_PREFIX_PATH="$stage" >/dev/null 2>&1 && got=yes
         [ "$got" = "$accepted" ] || fail "find_package(mediasession $wanted) accepted: $got, wanted $accepted"
     done <<EOF
 $version yes
@@ -157,8 +158,11 @@ run-cmake | run-pkgconfig)
 import json, sys
 r = json.loads(sys.stdin.read())
 lines = [l for c in r["connections"] for l in c["lines"]]
-sys.exit(0 if r["media"] and len(lines) == 4 and all(l["mediaReceived"] for l in lines) else 1)' <<<"$report" ||
-        fail "the report is not JSON with media on all four lines"
+# Media came in over a pair ICE chose, under keys DTLS agreed.
+ok = lambda l: l["mediaReceived"] and l["statistics"]["packetsReceived"] > 0 and \
+    l["statistics"]["candidateType"] and l["statistics"]["srtpSuite"]
+sys.exit(0 if r["media"] and len(lines) == 4 and all(ok(l) for l in lines) else 1)' <<<"$report" ||
+        fail "the report is not JSON with keyed media counted on all four lines"
     ;;
 
 *)
