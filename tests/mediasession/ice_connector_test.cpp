@@ -177,12 +177,14 @@ TYPED_TEST(IceConnectorTest, ARequestBeforeTheRemoteDescriptionIsAnsweredOnceItC
     b.Gather(true);
     // B knows A and checks; A does not know B yet and keeps what comes.
     OnNetwork([&] { b.connector->SetRemoteCandidates(a.caps, a.defaultAddr, false, 22, 0, true); });
-    for (int i = 0; i < 10; ++i) {
+    // B's checks take a moment to cross (loopback delivery is not always immediate): step until
+    // one waits at A, within a bound.
+    size_t waiting = 0;
+    for (int i = 0; i < 500 && waiting == 0; ++i) {
         OnNetwork([&] { b.Step(); });
         Settle();
+        OnNetwork([&] { waiting = a.connector->GetPendingRequestCount(); });
     }
-    size_t waiting = 0;
-    OnNetwork([&] { waiting = a.connector->GetPendingRequestCount(); });
     EXPECT_GT(waiting, 0u);
     EXPECT_FALSE(b.Concluded());
     OnNetwork([&] {
