@@ -15,22 +15,28 @@
 
 namespace tool {
 
-namespace {
-
-bool ParseHostPort(const std::string& text, sockaddr_storage& out, socklen_t& length)
+bool SplitHostPort(const std::string& text, std::string& host, std::string& port)
 {
-    std::string host, port;
     if (!text.empty() && text[0] == '[') {
         const size_t close = text.find(']');
         if (close == std::string::npos || close + 1 >= text.size() || text[close + 1] != ':') return false;
         host = text.substr(1, close - 1);
         port = text.substr(close + 2);
-    } else {
-        const size_t colon = text.rfind(':');
-        if (colon == std::string::npos) return false;
-        host = text.substr(0, colon);
-        port = text.substr(colon + 1);
+        return true;
     }
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos) return false;
+    host = text.substr(0, colon);
+    port = text.substr(colon + 1);
+    return true;
+}
+
+namespace {
+
+bool ParseHostPort(const std::string& text, sockaddr_storage& out, socklen_t& length)
+{
+    std::string host, port;
+    if (!SplitHostPort(text, host, port)) return false;
     addrinfo hints{};
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
     hints.ai_socktype = SOCK_STREAM;

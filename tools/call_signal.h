@@ -7,6 +7,9 @@
 
 namespace tool {
 
+// "HOST:PORT" or "[HOST]:PORT" into its two parts; false when neither form.
+bool SplitHostPort(const std::string& text, std::string& host, std::string& port);
+
 // A descriptions channel. Closed on destruction.
 class SignalChannel {
 public:

@@ -102,17 +102,7 @@ bool ParseMedia(const std::string& list, std::vector<ZynSessionType>& out)
 bool ParseServer(const std::string& text, ZynIceServerKind kind, tagICEServer& out)
 {
     std::string host, port;
-    if (!text.empty() && text[0] == '[') {
-        const size_t close = text.find(']');
-        if (close == std::string::npos || text.compare(close + 1, 1, ":") != 0) return false;
-        host = text.substr(1, close - 1);
-        port = text.substr(close + 2);
-    } else {
-        const size_t colon = text.rfind(':');
-        if (colon == std::string::npos) return false;
-        host = text.substr(0, colon);
-        port = text.substr(colon + 1);
-    }
+    if (!tool::SplitHostPort(text, host, port)) return false;
     const int number = std::atoi(port.c_str());
     if (host.empty() || host.size() >= sizeof out.host || number <= 0 || number > 65535) return false;
     std::snprintf(out.host, sizeof out.host, "%s", host.c_str());

@@ -36,31 +36,9 @@ Bytes Encode(q::StunMessage& m, const std::string& password)
     return out;
 }
 
-bool ToStunAddress(const sockaddr* a, StunIPAddress& out)
-{
-    out = StunIPAddress{};
-    if (a->sa_family == AF_INET) {
-        const auto* v4 = reinterpret_cast<const sockaddr_in*>(a);
-        gatewalk::stunlib_setIP4Address(&out, ntohl(v4->sin_addr.s_addr), ntohs(v4->sin_port));
-        return true;
-    }
-    if (a->sa_family == AF_INET6) {
-        const auto* v6 = reinterpret_cast<const sockaddr_in6*>(a);
-        gatewalk::stunlib_setIP6Address(&out, v6->sin6_addr.s6_addr, ntohs(v6->sin6_port));
-        return true;
-    }
-    return false;
-}
+bool ToStunAddress(const sockaddr* a, StunIPAddress& out) { return gatewalk::stunlib_sockaddrToStunAddress(a, &out); }
 
-void FromStunAddress(const StunIPAddress& a, sockaddr_storage& out)
-{
-    gatewalk::sockaddr_reset(&out);
-    if (a.familyType == gatewalk::STUN_ADDR_IPv4Family) {
-        gatewalk::sockaddr_initFromIPv4Int(reinterpret_cast<sockaddr_in*>(&out), htonl(a.addr.v4), htons(a.port));
-    } else if (a.familyType == gatewalk::STUN_ADDR_IPv6Family) {
-        gatewalk::sockaddr_initFromIPv6Int(reinterpret_cast<sockaddr_in6*>(&out), a.addr.v6, htons(a.port));
-    }
-}
+void FromStunAddress(const StunIPAddress& a, sockaddr_storage& out) { gatewalk::stunlib_stunAddressToSockaddr(&a, &out); }
 
 }  // namespace
 

@@ -34,6 +34,10 @@ bool stunlib_transIdIsEqual(const StunMsgId* a, const StunMsgId* b);
 // ---- address values ------------------------------------------------------------------------------
 void stunlib_setIP4Address(StunIPAddress* address, uint32_t hostOrderAddress, uint16_t port);
 void stunlib_setIP6Address(StunIPAddress* address, const uint8_t networkOrderAddress[16], uint16_t port);
+// Between socket addresses and the codec's address record (IPv4 and IPv6; false, with `out`
+// cleared, for anything else or a null address).
+bool stunlib_sockaddrToStunAddress(const struct sockaddr* address, StunIPAddress* out);
+bool stunlib_stunAddressToSockaddr(const StunIPAddress* address, struct sockaddr_storage* out);
 // Ordering for sorting: null first (two nulls equal), then family, then port, then address. IPv6
 // addresses are compared on their first four bytes only; callers rely on that (two addresses in one
 // /32 compare equal), so it stays.

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "codec_internal.h"
+#include "sockaddr_util.h"
 #include "stunlib.h"
 
 namespace gatewalk {
@@ -39,15 +40,7 @@ uint32_t EncodeIndication(uint16_t type, uint8_t* buffer, const uint8_t* data, u
 {
     if (buffer == nullptr || peer == nullptr || dataLength > 0xFFFF || bufferLength < STUN_HEADER_SIZE) return 0;
     StunIPAddress address{};
-    if (peer->sa_family == AF_INET) {
-        const auto* v4 = reinterpret_cast<const sockaddr_in*>(peer);
-        stunlib_setIP4Address(&address, ntohl(v4->sin_addr.s_addr), ntohs(v4->sin_port));
-    } else if (peer->sa_family == AF_INET6) {
-        const auto* v6 = reinterpret_cast<const sockaddr_in6*>(peer);
-        stunlib_setIP6Address(&address, v6->sin6_addr.s6_addr, ntohs(v6->sin6_port));
-    } else {
-        return 0;
-    }
+    if (!stunlib_sockaddrToStunAddress(peer, &address)) return 0;
     StunMsgId id;
     stunlib_createId(&id, stunlib_randomDraw(), 0);
     Writer w{buffer, buffer + STUN_HEADER_SIZE, buffer + bufferLength};
@@ -66,6 +59,39 @@ void stunlib_setIP4Address(StunIPAddress* address, uint32_t hostOrderAddress, ui
     address->familyType = STUN_ADDR_IPv4Family;
     address->port = port;
     address->addr.v4 = hostOrderAddress;
+}
+
+bool stunlib_sockaddrToStunAddress(const struct sockaddr* address, StunIPAddress* out)
+{
+    std::memset(out, 0, sizeof *out);
+    if (address == nullptr) return false;
+    if (address->sa_family == AF_INET) {
+        sockaddr_in v4;
+        std::memcpy(&v4, address, sizeof v4);
+        stunlib_setIP4Address(out, ntohl(v4.sin_addr.s_addr), ntohs(v4.sin_port));
+        return true;
+    }
+    if (address->sa_family == AF_INET6) {
+        sockaddr_in6 v6;
+        std::memcpy(&v6, address, sizeof v6);
+        stunlib_setIP6Address(out, v6.sin6_addr.s6_addr, ntohs(v6.sin6_port));
+        return true;
+    }
+    return false;
+}
+
+bool stunlib_stunAddressToSockaddr(const StunIPAddress* address, struct sockaddr_storage* out)
+{
+    sockaddr_reset(out);
+    if (address->familyType == STUN_ADDR_IPv4Family) {
+        sockaddr_initFromIPv4Int(reinterpret_cast<sockaddr_in*>(out), htonl(address->addr.v4), htons(address->port));
+        return true;
+    }
+    if (address->familyType == STUN_ADDR_IPv6Family) {
+        sockaddr_initFromIPv6Int(reinterpret_cast<sockaddr_in6*>(out), address->addr.v6, htons(address->port));
+        return true;
+    }
+    return false;
 }
 
 void stunlib_setIP6Address(StunIPAddress* address, const uint8_t networkOrderAddress[16], uint16_t port)

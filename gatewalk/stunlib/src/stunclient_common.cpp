@@ -47,32 +47,9 @@ const char* StateName(int state)
     return state >= 0 && state < 3 ? kNames[state] : "UnknownState";
 }
 
-void ToSockaddr(const StunIPAddress& address, sockaddr_storage* out)
-{
-    sockaddr_reset(out);
-    if (address.familyType == STUN_ADDR_IPv4Family) {
-        sockaddr_initFromIPv4Int(reinterpret_cast<sockaddr_in*>(out), htonl(address.addr.v4), htons(address.port));
-    } else if (address.familyType == STUN_ADDR_IPv6Family) {
-        sockaddr_initFromIPv6Int(reinterpret_cast<sockaddr_in6*>(out), address.addr.v6, htons(address.port));
-    }
-}
+void ToSockaddr(const StunIPAddress& address, sockaddr_storage* out) { stunlib_stunAddressToSockaddr(&address, out); }
 
-bool FromSockaddr(const sockaddr* address, StunIPAddress* out)
-{
-    std::memset(out, 0, sizeof *out);
-    if (address == nullptr) return false;
-    if (address->sa_family == AF_INET) {
-        const auto* v4 = reinterpret_cast<const sockaddr_in*>(address);
-        stunlib_setIP4Address(out, ntohl(v4->sin_addr.s_addr), ntohs(v4->sin_port));
-        return true;
-    }
-    if (address->sa_family == AF_INET6) {
-        const auto* v6 = reinterpret_cast<const sockaddr_in6*>(address);
-        stunlib_setIP6Address(out, v6->sin6_addr.s6_addr, ntohs(v6->sin6_port));
-        return true;
-    }
-    return false;
-}
+bool FromSockaddr(const sockaddr* address, StunIPAddress* out) { return stunlib_sockaddrToStunAddress(address, out); }
 
 void CopyAddr(sockaddr_storage* destination, const sockaddr* source)
 {

@@ -81,38 +81,12 @@ const char* AddrText(const struct sockaddr_storage& address, char (&out)[64]) { 
 
 bool ToStunAddress(const struct sockaddr* address, StunIPAddress* out)
 {
-    if (address == nullptr) return false;
-    if (address->sa_family == AF_INET) {
-        sockaddr_in v4;
-        std::memcpy(&v4, address, sizeof v4);
-        stunlib_setIP4Address(out, ntohl(v4.sin_addr.s_addr), ntohs(v4.sin_port));
-        return true;
-    }
-    if (address->sa_family == AF_INET6) {
-        sockaddr_in6 v6;
-        std::memcpy(&v6, address, sizeof v6);
-        stunlib_setIP6Address(out, v6.sin6_addr.s6_addr, ntohs(v6.sin6_port));
-        return true;
-    }
-    return false;
+    return stunlib_sockaddrToStunAddress(address, out);
 }
 
 bool ToSockaddr(const StunIPAddress& address, struct sockaddr_storage* out)
 {
-    std::memset(out, 0, sizeof *out);
-    if (address.familyType == STUN_ADDR_IPv4Family) {
-        sockaddr_in v4{};
-        sockaddr_initFromIPv4Int(&v4, htonl(address.addr.v4), htons(address.port));
-        std::memcpy(out, &v4, sizeof v4);
-        return true;
-    }
-    if (address.familyType == STUN_ADDR_IPv6Family) {
-        sockaddr_in6 v6{};
-        sockaddr_initFromIPv6Int(&v6, address.addr.v6, htons(address.port));
-        std::memcpy(out, &v6, sizeof v6);
-        return true;
-    }
-    return false;
+    return stunlib_stunAddressToSockaddr(&address, out);
 }
 
 bool CopyAddress(struct sockaddr_storage* destination, const struct sockaddr* source)

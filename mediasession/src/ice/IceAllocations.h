@@ -11,12 +11,27 @@
 
 namespace zyn {
 
+// What both kinds of server request share: a completion that fires once, whatever ends it.
+struct CServerRequest {
+    std::function<void()> done;
+    bool finished = false;  // done was called
+    void Finish()
+    {
+        if (finished) return;
+        finished = true;
+        if (done) {
+            auto f = std::move(done);
+            done = nullptr;
+            f();
+        }
+    }
+};
+
 // One TURN allocation from one host candidate at one server; the relayed pairs send through it.
 template <class P>
-struct CIceConnectorT<P>::TurnAllocContext final : ITurnRelay {
+struct CIceConnectorT<P>::TurnAllocContext final : ITurnRelay, CServerRequest {
     CIceConnectorT* connector = nullptr;  // cleared when the connector lets go of it
     CIceCandidate candidate;
-    std::function<void()> done;
     typename P::TurnInstance* inst = nullptr;
     std::string serverText;
     tagICEServer server{};
@@ -28,7 +43,6 @@ struct CIceConnectorT<P>::TurnAllocContext final : ITurnRelay {
     CCmInetAddr relayAddr;
     CCmInetAddr srflxAddr;
     bool allocated = false;
-    bool finished = false;                // done was called
     std::vector<uint8_t> pending;         // a request made before the transport was up
     std::vector<CCmInetAddr> permissions;  // peers a permission was asked for
     bool channelAsked = false;
@@ -43,24 +57,13 @@ struct CIceConnectorT<P>::TurnAllocContext final : ITurnRelay {
     {
         return connector ? connector->RelayData(this, peer, data) : CM_ERROR_NOT_INITIALIZED;
     }
-    void Finish()
-    {
-        if (finished) return;
-        finished = true;
-        if (done) {
-            auto f = std::move(done);
-            done = nullptr;
-            f();
-        }
-    }
 };
 
 // One Binding transaction from one host candidate to one STUN server.
 template <class P>
-struct CIceConnectorT<P>::StunAllocContext final : ice::IStunSender {
+struct CIceConnectorT<P>::StunAllocContext final : ice::IStunSender, CServerRequest {
     CIceConnectorT* connector = nullptr;
     CIceCandidate candidate;
-    std::function<void()> done;
     gatewalk::StunMsgId id{};
     typename P::StunClient* client = nullptr;
     std::string serverText;
@@ -69,7 +72,6 @@ struct CIceConnectorT<P>::StunAllocContext final : ice::IStunSender {
     CCmInetAddr serverAddr;
     CIceConnectionContext* context = nullptr;
     std::vector<uint8_t> pending;
-    bool finished = false;
 
     ~StunAllocContext()
     {
@@ -78,16 +80,6 @@ struct CIceConnectorT<P>::StunAllocContext final : ice::IStunSender {
     void SendRawStunData(const unsigned char* bytes, int length, const struct sockaddr*) override
     {
         if (connector) connector->SendServerData(context, pending, bytes, static_cast<size_t>(length));
-    }
-    void Finish()
-    {
-        if (finished) return;
-        finished = true;
-        if (done) {
-            auto f = std::move(done);
-            done = nullptr;
-            f();
-        }
     }
 };
 

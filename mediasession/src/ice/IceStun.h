@@ -14,27 +14,12 @@ namespace zyn::ice {
 
 inline bool ToStunAddress(const sockaddr* a, gatewalk::StunIPAddress& out)
 {
-    std::memset(&out, 0, sizeof out);
-    if (a->sa_family == AF_INET) {
-        const auto* v4 = reinterpret_cast<const sockaddr_in*>(a);
-        gatewalk::stunlib_setIP4Address(&out, ntohl(v4->sin_addr.s_addr), ntohs(v4->sin_port));
-        return true;
-    }
-    if (a->sa_family == AF_INET6) {
-        const auto* v6 = reinterpret_cast<const sockaddr_in6*>(a);
-        gatewalk::stunlib_setIP6Address(&out, v6->sin6_addr.s6_addr, ntohs(v6->sin6_port));
-        return true;
-    }
-    return false;
+    return gatewalk::stunlib_sockaddrToStunAddress(a, &out);
 }
 
 inline void FromStunAddress(const gatewalk::StunIPAddress& a, sockaddr_storage& out)
 {
-    gatewalk::sockaddr_reset(&out);
-    if (a.familyType == gatewalk::STUN_ADDR_IPv4Family)
-        gatewalk::sockaddr_initFromIPv4Int(reinterpret_cast<sockaddr_in*>(&out), htonl(a.addr.v4), htons(a.port));
-    else if (a.familyType == gatewalk::STUN_ADDR_IPv6Family)
-        gatewalk::sockaddr_initFromIPv6Int(reinterpret_cast<sockaddr_in6*>(&out), a.addr.v6, htons(a.port));
+    gatewalk::stunlib_stunAddressToSockaddr(&a, &out);
 }
 
 // The connector's checks name the stack they come from.
