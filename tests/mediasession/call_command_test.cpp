@@ -30,6 +30,8 @@ struct Row {
     const char* pairType;   // of the selected pair; "" without ICE
 };
 
+void PrintTo(const Row& row, std::ostream* os) { *os << row.arguments; }
+
 const Row kRows[] = {
     {"ice_dtls_audio_video", "--duration 3", 2, "AES_CM_128_HMAC_SHA1_80", "host"},
     {"ice_dtls_three_lines_qlox", "--duration 3 --client-type 2 --media audio,video,share", 3,

@@ -197,6 +197,14 @@ public:
         out.resize(n > 0 ? static_cast<size_t>(n) : 0);
         return out;
     }
+    // What has come, without waiting.
+    std::vector<uint8_t> TryReceive()
+    {
+        std::vector<uint8_t> out(2048);
+        const ssize_t n = recv(m_fd, out.data(), out.size(), MSG_DONTWAIT);
+        out.resize(n > 0 ? static_cast<size_t>(n) : 0);
+        return out;
+    }
     CCmInetAddr Local() const
     {
         sockaddr_storage s{};

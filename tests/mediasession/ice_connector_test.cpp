@@ -350,3 +350,95 @@ TYPED_TEST(IceConnectorTest, TheFirstByteTellsWhereAPacketGoes)
 }
 
 }  // namespace
+
+namespace {
+
+// A TURN server that answers every Allocate with bytes the test chose: gathering must end, once,
+// with the host candidates standing and no relayed one.
+TYPED_TEST(IceConnectorTest, AServerAnsweringNonsenseEndsTheAllocationAndHostCandidatesStand)
+{
+    using Bytes = std::vector<uint8_t>;
+    // The answer to a request whose 20-byte header is `req`.
+    using Answer = Bytes (*)(const Bytes& req);
+    // A header of the given type and length that echoes the request's cookie and transaction id,
+    // followed by `tail`.
+    static constexpr auto h = [](uint16_t type, uint16_t length, const Bytes& req, std::initializer_list<uint8_t> tail) {
+        Bytes b(20 + tail.size());
+        b[0] = static_cast<uint8_t>(type >> 8);
+        b[1] = static_cast<uint8_t>(type);
+        b[2] = static_cast<uint8_t>(length >> 8);
+        b[3] = static_cast<uint8_t>(length);
+        std::copy(req.begin() + 4, req.begin() + 20, b.begin() + 4);
+        std::copy(tail.begin(), tail.end(), b.begin() + 20);
+        return b;
+    };
+    struct Row {
+        const char* name;
+        Answer answer;
+    };
+    const Row rows[] = {
+        {"a single byte", [](const Bytes&) { return Bytes{0x01}; }},
+        {"a length past the datagram", [](const Bytes& r) { return h(0x0103, 200, r, {}); }},
+        {"an attribute past the message",
+         [](const Bytes& r) { return h(0x0103, 8, r, {0x00, 0x16, 0x00, 0x64, 0x00, 0x01, 0x12, 0x34}); }},
+        {"a success without a relayed address", [](const Bytes& r) { return h(0x0103, 0, r, {}); }},
+        {"a relayed address of no family",
+         [](const Bytes& r) { return h(0x0103, 12, r, {0x00, 0x16, 0x00, 0x08, 0x00, 0x07, 0x12, 0x34, 1, 2, 3, 4}); }},
+        {"a 401 with neither realm nor nonce",
+         [](const Bytes& r) { return h(0x0113, 8, r, {0x00, 0x09, 0x00, 0x04, 0x00, 0x00, 0x04, 0x01}); }},
+        {"an answer to another transaction",
+         [](const Bytes& r) {
+             Bytes b = h(0x0103, 0, r, {});
+             b[19] ^= 0xff;
+             return b;
+         }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        RawSocket server;
+        Side<TypeParam> a;
+        tagICEServer record{};
+        std::snprintf(record.host, sizeof record.host, "127.0.0.1");
+        record.port = server.Local().GetPort();
+        record.kind = ZynIceServer_TURN;
+        std::snprintf(record.username, sizeof record.username, "user");
+        std::snprintf(record.password, sizeof record.password, "secret");
+        a.config.AddICEServer(record);
+        a.Gather(true);
+        int calls = 0;
+        bool relayed = true;
+        OnNetwork([&] {
+            a.connector->allocateTurnRelayedAndReflexiveAddress(false, [&](bool, const std::string& kind) {
+                ++calls;
+                relayed = kind == "relay";
+            });
+        });
+        int answered = 0;
+        for (int tick = 0; tick < 2000 && calls == 0; ++tick) {
+            OnNetwork([&] {
+                a.timers.now += 50;
+                for (IceTimer t : {IceTimer::Turn, IceTimer::StunContexts, IceTimer::MainStun})
+                    if (a.timers.IsScheduled(t)) a.connector->OnIceTimer(t);
+            });
+            Settle();
+            for (Bytes req = server.TryReceive(); !req.empty(); req = server.TryReceive()) {
+                if (req.size() < 20 || req[0] != 0x00 || req[1] != 0x03) continue;  // Allocate requests only
+                server.SendTo(a.defaultAddr, row.answer(req));
+                ++answered;
+            }
+            Settle();
+        }
+        EXPECT_GE(answered, 1) << "the server never heard an Allocate";
+        EXPECT_EQ(1, calls);
+        EXPECT_FALSE(relayed);
+        OnNetwork([&] {
+            a.connector->GetIceCandidates(a.caps, a.defaultAddr);
+            EXPECT_EQ(0u, a.connector->GetLiveTurnAllocations());
+        });
+        ASSERT_TRUE(a.caps.is_set());
+        ASSERT_FALSE(a.caps.get_data().candidates.empty());
+        for (const auto& c : a.caps.get_data().candidates) EXPECT_EQ("host", c.type);
+    }
+}
+
+}  // namespace

@@ -200,7 +200,7 @@ bool DecodeAtrAddress(Reader& r, StunIPAddress* address, const StunMsgId* xorId)
         std::memcpy(a.addr.v6, r.At() + 4, 16);
         r.Skip(kIPv6ValueSize, kIPv6ValueSize);
     } else {
-        std::fprintf(stderr, "Decode IP: Got unfamiliar IP family type: %02x\n", a.familyType);
+        // Unknown families fail the decode quietly: a peer may send them as often as it likes.
         return false;
     }
     if (xorId) XorAddress(&a, *xorId);
