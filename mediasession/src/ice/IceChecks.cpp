@@ -19,6 +19,15 @@ namespace {
 
 const sockaddr* Sa(const sockaddr_storage& a) { return reinterpret_cast<const sockaddr*>(&a); }
 
+// Where the packets of a pair with this local candidate leave from. A reflexive candidate, server
+// or peer, is only how a NAT shows its base: the socket, and so the connection context, is the
+// base's. A relayed candidate keeps its own address: its contexts are keyed on the relay.
+const sockaddr* SendingBase(const gatewalk::ICE_CANDIDATE& c)
+{
+    const bool reflexive = c.type == gatewalk::ICE_CAND_TYPE_PRFLX || c.type == gatewalk::ICE_CAND_TYPE_SRFLX;
+    return reflexive && gatewalk::sockaddr_isSet(Sa(c.relAddr)) ? Sa(c.relAddr) : Sa(c.connectionAddr);
+}
+
 gatewalk::ICE_CANDIDATE_TYPE GetCandTypeFromString(const std::string& type)
 {
     if (type == "host") return gatewalk::ICE_CAND_TYPE_HOST;
@@ -458,10 +467,7 @@ void CIceConnectorT<P>::OnUpdateIceCheckList(void* self, bool)
     if (!list) return;
     for (uint32_t i = 0; i < list->numberOfElements && i < gatewalk::ICELIB_MAX_PAIRS; ++i) {
         const auto& pair = list->pairs[i];
-        CCmInetAddr local(Sa(pair.localCandidate.type == gatewalk::ICE_CAND_TYPE_PRFLX &&
-                                     gatewalk::sockaddr_isSet(Sa(pair.localCandidate.relAddr))
-                                 ? pair.localCandidate.relAddr
-                                 : pair.localCandidate.connectionAddr));
+        const CCmInetAddr local(SendingBase(pair.localCandidate));
         const int index = c->m_checkListInfo.Find(local, CCmInetAddr(Sa(pair.remoteCandidate.connectionAddr)));
         c->m_checkListInfo.updateCheckListPair(index, "succeeded");
     }
@@ -514,11 +520,8 @@ void CIceConnectorT<P>::ChecksComplete(bool, bool isFailed)
         const gatewalk::ICE_CANDIDATE* local =
             P::ICELIB_getActiveCandidate(inst, static_cast<uint32_t>(m_mediaIdx), remote.componentid);
         if (!local) continue;
-        // A peer-reflexive local candidate is what the peer saw; the pair runs from its base.
-        const sockaddr* from = local->type == gatewalk::ICE_CAND_TYPE_PRFLX && gatewalk::sockaddr_isSet(Sa(local->relAddr))
-                                   ? Sa(local->relAddr)
-                                   : Sa(local->connectionAddr);
-        CIceConnectionContext* context = FindConnectionContext(CCmInetAddr(from), CCmInetAddr(Sa(remote.connectionAddr)), false);
+        CIceConnectionContext* context =
+            FindConnectionContext(CCmInetAddr(SendingBase(*local)), CCmInetAddr(Sa(remote.connectionAddr)), false);
         if (!context) {
             CM_ASSERT_REPORT("context && i < ice::maxComponents");
             continue;
