@@ -44,7 +44,11 @@ struct CIceConnectorT<P>::TurnAllocContext final : ITurnRelay, CServerRequest {
     CCmInetAddr srflxAddr;
     bool allocated = false;
     std::vector<uint8_t> pending;         // a request made before the transport was up
-    std::vector<CCmInetAddr> permissions;  // peers a permission was asked for
+    // Peers the relayed checks go to, one per address. The client keeps one permission record and
+    // refreshes only that, so every request names them all; a request it cannot take now (another
+    // is in flight) stays due and goes with the next tick.
+    std::vector<CCmInetAddr> permissions;
+    bool permissionsDue = false;
     bool channelAsked = false;
     // Room for a media packet and the largest TURN framing around it.
     std::array<uint8_t, 2048> frame{};

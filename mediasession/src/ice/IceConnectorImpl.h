@@ -180,6 +180,7 @@ private:
     void StopStun();
     void StopTurn();
     void EnsurePermission(TurnAllocContext* turn, const CCmInetAddr& peer);
+    void AskPermissions(TurnAllocContext* turn);
     void FinishAllocation(TurnAllocContext* turn);
     // A server request: sent on the pair's transport, or kept in `pending` until it is up.
     void SendServerData(CIceConnectionContext* context, std::vector<uint8_t>& pending, const uint8_t* bytes,

@@ -3,6 +3,7 @@
 // description. Network thread.
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <mutex>
@@ -658,8 +659,11 @@ template <class P>
 void CIceConnectorT<P>::TickTurnContexts()
 {
     std::vector<std::shared_ptr<TurnAllocContext>> live(m_turnContexts.begin(), m_turnContexts.end());
-    for (const auto& t : live)
-        if (t->inst) P::TurnClient_HandleTick(t->inst);
+    for (const auto& t : live) {
+        if (!t->inst) continue;
+        P::TurnClient_HandleTick(t->inst);
+        AskPermissions(t.get());
+    }
 }
 
 template <class P>
@@ -697,9 +701,22 @@ void CIceConnectorT<P>::EnsurePermission(TurnAllocContext* turn, const CCmInetAd
     for (const CCmInetAddr& p : turn->permissions)
         if (p.GetIpDisplayName() == peer.GetIpDisplayName()) return;
     turn->permissions.push_back(peer);
-    const sockaddr* peers[] = {peer.GetPtr()};
-    if (!P::TurnClient_StartCreatePermissionReq(turn->inst, 1, peers))
-        ICE_WARN("turn create permission failed, peer=" << peer.ToString());
+    turn->permissionsDue = true;
+    AskPermissions(turn);
+}
+
+template <class P>
+void CIceConnectorT<P>::AskPermissions(TurnAllocContext* turn)
+{
+    if (!turn->permissionsDue || !turn->inst || !turn->allocated) return;
+    // One request holds at most this many peers: the latest ones, the pairs still being checked.
+    const size_t count = std::min<size_t>(turn->permissions.size(), gatewalk::STUN_MAX_PEER_ADDR);
+    const sockaddr* peers[gatewalk::STUN_MAX_PEER_ADDR] = {};
+    for (size_t i = 0; i < count; ++i) peers[i] = turn->permissions[turn->permissions.size() - count + i].GetPtr();
+    if (P::TurnClient_StartCreatePermissionReq(turn->inst, static_cast<uint32_t>(count), peers))
+        turn->permissionsDue = false;
+    else
+        ICE_DETAIL("turn create permission waits, peers=" << count);
 }
 
 template <class P>
