@@ -3,6 +3,7 @@
 // two special shapes: the peer without ICE and the SIP call. Network thread.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "config/GlobalConfig.h"
 #include "diag/DNSResolverManager.h"
@@ -93,7 +94,11 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
     if (rtcpMux) m_bRtcpMux = true;
     if (m_bIceEnable) m_remoteDefault = remote;
 
-    if (IsDtlsSRTPEnabled()) {
+    // A reconnect to the same peer keeps a keyed session: the keys do not depend on the path, and
+    // the peer, which did not reconnect, would never start a handshake again.
+    const bool keepKeys = std::exchange(m_keepDtlsKeys, false) && m_dtls &&
+                          CmDtls_GetState(m_dtls) == CM_DTLS_STATE_CONNECTED;
+    if (IsDtlsSRTPEnabled() && !keepKeys) {
         if (!m_dtls) {
             RecreateDtls();
         } else {

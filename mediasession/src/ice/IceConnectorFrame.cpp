@@ -279,6 +279,7 @@ ZynResult CIceConnectorT<P>::Reconnect()
         CM_ASSERT_REPORT("CM_SUCCEEDED(rv)");
         return rv;
     }
+    m_keepDtlsKeys = true;
     // The stored arguments are copied: SetRemoteCandidates stores them again.
     const sdp::optional_value<sdp::ice_caps> ice = m_remoteIce;
     const CCmInetAddr remote = m_bIceEnable ? m_remoteDefault : m_remotePlain;

@@ -334,6 +334,7 @@ private:
     std::string m_remoteFingerprint;
     bool m_bHasRemoteDtls = false;
     bool m_bDtlsFailureReported = false;
+    bool m_keepDtlsKeys = false;  // set by a reconnect for the SetRemoteCandidates it leads to
     ICmTransport* m_dtlsTransport = nullptr;  // where the handshake goes before the conclusion; no reference
     uint64_t m_dtlsConnectedMs = 0;
 
