@@ -231,6 +231,8 @@ private:
     void HandleStun(const uint8_t* bytes, size_t length, ICmTransport* transport, CIceConnectionContext* context);
     void HandleBindResponse(const uint8_t* bytes, size_t length, StunMessage& message, ICmTransport* transport,
                             CIceConnectionContext* context);
+    // After the conclusion, a nomination of another pair by the controlling peer moves the path.
+    void FollowNomination(const StunMessage& message, CIceConnectionContext* context);
     bool HandleServerTraffic(CCmMessageBlock& data, ICmTransport* transport, CIceConnectionContext* context);
     void Demultiplex(CCmMessageBlock& data, const uint8_t* bytes, size_t length, ICmTransport* transport,
                      CIceConnectionContext* context);
@@ -313,6 +315,7 @@ private:
     std::unique_ptr<StunMessage> m_rxMessage;  // scratch for what arrives
     std::unique_ptr<StunMessage> m_txMessage;  // scratch for what leaves
     uint64_t m_ulLastReceived = 0;
+    uint64_t m_pathHeardMs = 0;  // the last packet on a transport of the selected path
     uint32_t m_keepAliveRounds = 0;
     uint32_t m_rttMatched = 0;
     uint64_t m_rttTotalMs = 0;

@@ -323,7 +323,10 @@ void CIceConnectorT<P>::OnReceive(CCmMessageBlock& data, ICmTransport* transport
     }
     // The path in use needs no lookup of its pair.
     CIceConnectionContext* context = nullptr;
-    if (transport != m_Transports[0] && transport != m_Transports[1]) context = FindContextByTransport(transport);
+    if (transport != m_Transports[0] && transport != m_Transports[1])
+        context = FindContextByTransport(transport);
+    else
+        m_pathHeardMs = Now();
     if (context && context->isServer && HandleServerTraffic(data, transport, context)) return;
     Demultiplex(data, reinterpret_cast<const uint8_t*>(data.GetTopLevelReadPtr()), length, transport, context);
 }
@@ -471,6 +474,28 @@ void CIceConnectorT<P>::HandleStunRequest(const uint8_t*, size_t, StunMessage& m
                                      context->remote.GetPtr(), context->local.GetPtr(), relayed,
                                      relayed ? context->local.GetPtr() : nullptr,
                                      static_cast<uint16_t>(context->component));
+    FollowNomination(m, context);
+}
+
+template <class P>
+void CIceConnectorT<P>::FollowNomination(const StunMessage& m, CIceConnectionContext* context)
+{
+    // The agent holds on to its first conclusion. A controlling peer that nominates another pair
+    // later has reconnected after its NAT gave it a new mapping, and the old pair goes nowhere now.
+    // Only a quiet path is left: checks of the first round that arrive late must not move a live one.
+    constexpr uint64_t kQuietPathMs = 500;  // media comes every 20 to 40 ms, a keep-alive every second
+    if (!m_bIceCompleted || m_bControlling || !m.hasUseCandidate || !m.hasControlling || !context->pTransport) return;
+    const int slot = context->component == gatewalk::ICELIB_RTCP_COMPONENT_ID ? 1 : 0;
+    if (!m_Transports[slot] || context->pTransport == m_Transports[slot] || Now() < m_pathHeardMs + kQuietPathMs) return;
+    ICE_INFO("CIceConnector::FollowNomination, the peer nominated " << context->local.ToString() << " -> "
+                                                                     << context->remote.ToString()
+                                                                     << " after the conclusion: the path moves there");
+    m_Transports[slot]->ReleaseReference();
+    m_Transports[slot] = context->pTransport;
+    m_Transports[slot]->AddReference();
+    m_keepAliveMappedPort[slot] = 0;
+    m_pathHeardMs = Now();
+    if (m_sink) m_sink->OnIceComplete(0, m_Transports, m_Transports[1] ? 2 : 1, ZynIceOrigin_Ice, false);
 }
 
 template <class P>
