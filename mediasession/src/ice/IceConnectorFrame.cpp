@@ -232,9 +232,8 @@ void CIceConnectorT<P>::CleanUp(bool, bool stopListen)
     ClearPendingRequests();
     m_checkSent.clear();
     m_keepAliveSent.clear();
-    // What was learnt and told of the path ends with it: the next path has new sockets, so new NAT
-    // mappings, and its conclusion is news to the line, not an update of the old one.
-    m_keepAliveMappedPort[0] = m_keepAliveMappedPort[1] = 0;
+    // What the line was told of the path ends with it: the next path's conclusion is news to the
+    // line, not an update of the old one.
     m_bIceAggressiveNotified = false;
     m_notifyIceComplete = false;
     m_dtlsTransport = nullptr;
