@@ -198,10 +198,12 @@ public:
         return out;
     }
     // What has come, without waiting.
-    std::vector<uint8_t> TryReceive()
+    std::vector<uint8_t> TryReceive(sockaddr_storage* from = nullptr)
     {
         std::vector<uint8_t> out(2048);
-        const ssize_t n = recv(m_fd, out.data(), out.size(), MSG_DONTWAIT);
+        socklen_t length = sizeof(sockaddr_storage);
+        const ssize_t n = recvfrom(m_fd, out.data(), out.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(from),
+                                   from ? &length : nullptr);
         out.resize(n > 0 ? static_cast<size_t>(n) : 0);
         return out;
     }

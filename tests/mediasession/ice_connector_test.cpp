@@ -1,6 +1,9 @@
 // The connector on its own, both profiles: two connectors on loopback sockets with time driven by
 // the test. Gathering rules, the remote candidates the agent takes, early requests, restarts, what
 // survives the conclusion, keep-alive, the plain path's fallback, and what the wire may bring.
+#include <map>
+#include <set>
+
 #include "ice_connector_harness.h"
 
 #include "ice/IceStun.h"
@@ -439,6 +442,43 @@ TYPED_TEST(IceConnectorTest, AServerAnsweringNonsenseEndsTheAllocationAndHostCan
         ASSERT_FALSE(a.caps.get_data().candidates.empty());
         for (const auto& c : a.caps.get_data().candidates) EXPECT_EQ("host", c.type);
     }
+}
+
+// Two connectors draw their own credentials and transaction ids: a peer that sees both can never
+// take one's answer for the other's.
+TYPED_TEST(IceConnectorTest, TwoConnectorsDrawDifferentCredentialsAndTransactionIds)
+{
+    RawSocket peer;
+    const CCmInetAddr at = peer.Local();
+    const sdp::ice_caps remote("abcd", "0123456789012345678901",
+                               {sdp::ice_candidate("1", 1, "UDP", 2130706431u, "127.0.0.1", at.GetPort(), "host")});
+    Side<TypeParam> a, b;
+    a.Gather(true);
+    b.Gather(true);
+    EXPECT_NE(a.caps.get_data().username, b.caps.get_data().username);
+    EXPECT_NE(a.caps.get_data().password, b.caps.get_data().password);
+    OnNetwork([&] {
+        a.connector->SetRemoteCandidates(remote, at, true, 1, 0, true);
+        b.connector->SetRemoteCandidates(remote, at, true, 2, 0, true);
+    });
+    // Every check that reaches the peer, by the port it came from.
+    std::map<uint16_t, std::set<std::string>> ids;
+    for (int ms = 0; ms < 1000; ms += 10) {
+        OnNetwork([&] {
+            a.Step();
+            b.Step();
+        });
+        Settle();
+        sockaddr_storage from{};
+        for (std::vector<uint8_t> m = peer.TryReceive(&from); !m.empty(); m = peer.TryReceive(&from))
+            if (m.size() >= 20 && m[0] == 0x00 && m[1] == 0x01)
+                ids[CCmInetAddr(reinterpret_cast<sockaddr*>(&from), sizeof from).GetPort()].insert(
+                    std::string(m.begin() + 8, m.begin() + 20));
+    }
+    ASSERT_EQ(2u, ids.size()) << "both connectors check the peer";
+    const auto& first = ids.begin()->second;
+    const auto& second = ids.rbegin()->second;
+    for (const std::string& id : first) EXPECT_EQ(0u, second.count(id)) << "a transaction id drawn twice";
 }
 
 }  // namespace
