@@ -184,27 +184,6 @@ void Floor(benchmark::State& state)
     srtp_dealloc(session);
 }
 
-// Takes the acceptor's one transport and gives it the hop's sink.
-class Attach : public ICmAcceptorConnectorSink {
-public:
-    explicit Attach(ICmTransportSink* sink) : m_sink(sink) {}
-    ~Attach() override
-    {
-        if (m_transport) m_transport->ReleaseReference();
-    }
-    void OnConnectIndication(CmResult reason, ICmTransport* transport, ICmAcceptorConnectorId*) override
-    {
-        if (reason != CM_OK || !transport || m_transport) return;
-        transport->AddReference();
-        transport->OpenWithSink(m_sink);
-        m_transport = transport;
-    }
-
-private:
-    ICmTransportSink* const m_sink;
-    ICmTransport* m_transport = nullptr;
-};
-
 void Path(benchmark::State& state, const ReceiveHop* hop)
 {
     PinToOneCore();
@@ -214,7 +193,7 @@ void Path(benchmark::State& state, const ReceiveHop* hop)
         state.SkipWithError("the hop could not be set up");
         return;
     }
-    Attach attach(receiver->Sink());
+    rig::Attach attach(receiver->Sink());
     CCmLoopThread loop;
     loop.Attach("bench-receive", 100);
     auto* acceptor = new CCmUdpAcceptor(&loop);

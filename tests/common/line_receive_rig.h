@@ -16,10 +16,35 @@
 #include "line/MediaConnectionInfo.h"
 #include "mediasession/ZynMediaEngine.h"
 #include "tp/CmThreadManager.h"
+#include "tp/CmTransport.h"
 #include "util/CmBase64.h"
 #include "util/CmLocalAddr.h"
 
 namespace rig {
+
+// Takes an acceptor's first transport and opens it with the given sink, as the connector does with
+// its own acceptors' transports.
+class Attach : public ICmAcceptorConnectorSink {
+public:
+    explicit Attach(ICmTransportSink* sink) : m_sink(sink) {}
+    ~Attach() override
+    {
+        if (m_transport) m_transport->ReleaseReference();
+    }
+    Attach(const Attach&) = delete;
+    Attach& operator=(const Attach&) = delete;
+    void OnConnectIndication(CmResult reason, ICmTransport* transport, ICmAcceptorConnectorId*) override
+    {
+        if (reason != CM_OK || !transport || m_transport) return;
+        transport->AddReference();
+        transport->OpenWithSink(m_sink);
+        m_transport = transport;
+    }
+
+private:
+    ICmTransportSink* const m_sink;
+    ICmTransport* m_transport = nullptr;
+};
 
 class LineReceiveRig {
 public:

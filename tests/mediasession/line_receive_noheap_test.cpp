@@ -24,43 +24,6 @@ using namespace zyntest;
 const uint8_t kKey[30] = {30, 29, 28, 27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16,
                           15, 14, 13, 12, 11, 10, 9,  8,  7,  6,  5,  4,  3,  2,  1};
 
-// Everything one session sent, captured.
-struct Capture : IZynMediaTransport {
-    int32_t GetTransportType() override { return 1; }
-    ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) override
-    {
-        rtp.emplace_back(data, data + length);
-        return ZYN_S_OK;
-    }
-    ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) override
-    {
-        rtcp.emplace_back(data, data + length);
-        return ZYN_S_OK;
-    }
-    std::vector<Packet> rtp, rtcp;
-};
-
-// Opens the acceptor's one transport with the rig's sink, as the connector's own acceptor would.
-class Attach : public ICmAcceptorConnectorSink {
-public:
-    explicit Attach(ICmTransportSink* sink) : m_sink(sink) {}
-    ~Attach() override
-    {
-        if (m_transport) m_transport->ReleaseReference();
-    }
-    void OnConnectIndication(CmResult reason, ICmTransport* transport, ICmAcceptorConnectorId*) override
-    {
-        if (reason != CM_OK || !transport || m_transport) return;
-        transport->AddReference();
-        transport->OpenWithSink(m_sink);
-        m_transport = transport;
-    }
-
-private:
-    ICmTransportSink* const m_sink;
-    ICmTransport* m_transport = nullptr;
-};
-
 struct RoadCase {
     const char* name;
     bool keyed;
@@ -94,7 +57,7 @@ TEST_P(LineReceiveNoHeap, ConnectorLineAndEngineAllocateNothingPerPacket)
     ASSERT_NE(nullptr, line.Sink());
     CCmLoopThread loop;
     loop.Attach("noheap", 100);
-    Attach attach(line.Sink());
+    rig::Attach attach(line.Sink());
     auto* acceptor = new CCmUdpAcceptor(&loop);
     acceptor->AddReference();
     ASSERT_EQ(CM_OK, acceptor->StartListen(&attach, CCmInetAddr("127.0.0.1", 0)));
