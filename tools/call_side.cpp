@@ -53,7 +53,7 @@ void CallSide::OnSDPReady(ZynSdpType type, const char* sdp)
 void CallSide::OnSessionStatus(unsigned long mid, ZynSessionType type, int status)
 {
     auto& seen = m_statuses[mid];
-    if (!seen.count(status)) seen[status] = Elapsed();
+    if (!seen.count(status)) seen[status] = std::chrono::steady_clock::now();
     std::fprintf(m_progress, "[%s] %5lld ms  %s (mid %lu): %s\n", m_name, static_cast<long long>(Elapsed()),
                  TypeName(type), mid, StatusText(status));
     if (status == 2 && onConnected) onConnected(mid);
@@ -70,12 +70,13 @@ bool CallSide::Saw(unsigned long mid, int status) const
     return it != m_statuses.end() && it->second.count(status) != 0;
 }
 
-int64_t CallSide::When(unsigned long mid, int status) const
+int64_t CallSide::When(unsigned long mid, int status, std::chrono::steady_clock::time_point origin) const
 {
     auto it = m_statuses.find(mid);
     if (it == m_statuses.end()) return -1;
     auto s = it->second.find(status);
-    return s == it->second.end() ? -1 : s->second;
+    return s == it->second.end() ? -1
+                                 : std::chrono::duration_cast<std::chrono::milliseconds>(s->second - origin).count();
 }
 
 bool PumpUntil(const std::function<bool()>& pred, int ms)

@@ -36,8 +36,8 @@ public:
     const std::string& Sdp(ZynSdpType type) const { return type == ZynSdpType_Offer ? m_offer : m_answer; }
     int MediaReady() const { return m_ready; }
     bool Saw(unsigned long mid, int status) const;
-    // The first time the status came for the line, in ms since Start.
-    int64_t When(unsigned long mid, int status) const;
+    // The first time the status came for the line, in ms since `origin`; -1 when it never came.
+    int64_t When(unsigned long mid, int status, std::chrono::steady_clock::time_point origin) const;
 
     // The connection this side drives, and its lines.
     IZynMediaConnection* conn = nullptr;
@@ -54,7 +54,7 @@ private:
     int m_ready = 0;
     std::string m_offer;
     std::string m_answer;
-    std::map<unsigned long, std::map<int, int64_t>> m_statuses;
+    std::map<unsigned long, std::map<int, std::chrono::steady_clock::time_point>> m_statuses;
 };
 
 // Pumps the library's main thread until pred holds or ms passed; false on time-out.

@@ -2,10 +2,12 @@
 // public API only. By default two connections in one process on loopback trade an offer and an
 // answer, connect with ICE, key SRTP with DTLS and carry audio and video both ways for a few
 // seconds; `--listen` and `--connect` put the two sides in two processes.
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -220,6 +222,7 @@ private:
     bool Offer(tool::CallSide& side)
     {
         side.Start();
+        m_origin = std::chrono::steady_clock::now();
         std::fprintf(m_out, "[%s]     0 ms  gathering candidates for the offer\n", side.Name());
         if (!tool::Check(m_out, "create offer", side.conn->CreateOffer())) return false;
         if (!tool::PumpUntil([&] { return !side.Sdp(ZynSdpType_Offer).empty(); }, kGatherMs)) {
@@ -233,6 +236,7 @@ private:
     bool Answer(tool::CallSide& side, const std::string& offer)
     {
         side.Start();
+        if (m_sides.size() == 1) m_origin = std::chrono::steady_clock::now();
         constexpr int kCapacity = 16;
         _tagSdpParsedInfo info[kCapacity] = {};
         int count = kCapacity;
@@ -255,6 +259,7 @@ private:
         constexpr int kCapacity = 16;
         _tagSdpParsedInfo info[kCapacity] = {};
         int count = kCapacity;
+        m_answerApplied = std::chrono::steady_clock::now();
         const bool ok = tool::Check(m_out, "set remote answer",
                                     side.conn->SetReceivedSDP(ZynSdpType_Answer, answer.c_str(), info, &count));
         if (m_o.sdpOnly) tool::PrintRecords(m_out, side.Name(), "answer", info, count, kCapacity);
@@ -363,7 +368,7 @@ private:
         }
         int64_t setup = 0;
         for (const auto& side : m_sides)
-            for (const tool::CallLine& l : side->lines) setup = std::max<int64_t>(setup, side->When(l.mid, 2));
+            for (const tool::CallLine& l : side->lines) setup = std::max<int64_t>(setup, side->When(l.mid, 2, m_origin));
         const bool flowing = tool::PumpUntil([&] { return EveryLine(3) && EveryLine(4); }, kFirstMediaMs);
         Snapshot(m_before);
         tool::PumpUntil([] { return false; }, m_o.duration * 1000);
@@ -422,11 +427,21 @@ private:
                                  {"jitter_ms", p.jitterMs},
                                  {"rtt_ms", p.rttMs},
                                  {"kbps_out", out},
-                                 {"kbps_in", in}});
+                                 {"kbps_in", in},
+                                 {"connected_ms", m_sides[s]->When(l.mid, 2, m_origin)},
+                                 {"first_rtp_received_ms", m_sides[s]->When(l.mid, 3, m_origin)}});
             }
             sides.push_back({{"name", m_sides[s]->Name()}, {"lines", lines}});
         }
-        if (m_o.json) std::printf("%s\n", nlohmann::json{{"setup_ms", setupMs}, {"sides", sides}}.dump(2).c_str());
+        // Times in the document count from the offer's creation (or, on an answering side alone,
+        // from the offer's arrival); -1 is a step that never came.
+        const int64_t answerApplied =
+            m_answerApplied ? std::chrono::duration_cast<std::chrono::milliseconds>(*m_answerApplied - m_origin).count()
+                            : -1;
+        if (m_o.json)
+            std::printf("%s\n", nlohmann::json{{"setup_ms", setupMs}, {"answer_applied_ms", answerApplied}, {"sides", sides}}
+                                     .dump(2)
+                                     .c_str());
         if (!everyWay) std::fprintf(m_out, "not every line carried media both ways\n");
         return everyWay;
     }
@@ -451,6 +466,9 @@ private:
     FILE* m_out;
     std::vector<std::unique_ptr<tool::CallSide>> m_sides;
     Snap m_before;
+    // The call's clock: the offer's creation; and when the answer was given to the offerer.
+    std::chrono::steady_clock::time_point m_origin = std::chrono::steady_clock::now();
+    std::optional<std::chrono::steady_clock::time_point> m_answerApplied;
 };
 
 int RunCall(const tool::Args& args)

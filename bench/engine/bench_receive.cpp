@@ -6,8 +6,9 @@
 // beforehand (timing paused) and queued on loopback in batches the socket buffer holds.
 //
 // Hops plug in through kHops: each makes the ICmTransportSink that the acceptor's transport
-// delivers to, in front of the session. The engine's own is the thinnest; the media line's
-// OnReceive -> ReceiveRTP belongs beside it.
+// delivers to, in front of its keyed session. The engine's own is the thinnest; "line" is the
+// media line's road: the connector's first-byte demultiplexing, the line's OnReceive and
+// ReceiveRTP, then the line's engine session.
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
 #include <sched.h>
@@ -19,6 +20,7 @@
 #include <functional>
 #include <memory>
 
+#include "../../tests/common/line_receive_rig.h"
 #include "tp/CmThread.h"
 #include "tp/CmUdpAcceptor.h"
 #include "zyn/ZynEngineApi.h"
@@ -31,15 +33,41 @@ constexpr int kBatch = 32;
 constexpr size_t kPayload = 160;
 const uint8_t kKey[30] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30};
 
+// What a hop puts in front of the acceptor: the sink its transport delivers to, and the keyed
+// engine session whose statistics count what came through.
+class Receiver {
+public:
+    virtual ~Receiver() = default;
+    virtual ICmTransportSink* Sink() = 0;
+    virtual IZynMediaSession* Session() = 0;
+};
+
 struct ReceiveHop {
     const char* name;
-    std::function<std::unique_ptr<ICmTransportSink>(IZynMediaSession*)> make;
+    std::function<std::unique_ptr<Receiver>()> make;
 };
 
 // The engine's own hop: a datagram is an RTP packet for the session.
-class EngineSink : public ICmTransportSink {
+class EngineReceiver final : public Receiver, public ICmTransportSink {
 public:
-    explicit EngineSink(IZynMediaSession* session) : m_session(session) {}
+    EngineReceiver()
+    {
+        ZynInit(0);
+        // The system's clocks, on an engine that starts no media thread.
+        ZynCreateMediaEngineWithClock(&m_engine, 1, ZynSystemClock());
+        m_engine->CreateMediaSession(ZynSessionType_Audio, &m_session);
+        ZynSrtpCryptoRecord record{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0, 0};
+        m_session->SetOption(ZynSessionOption_SrtpCrypto, &record, sizeof(record));
+    }
+    ~EngineReceiver() override
+    {
+        m_session->Release();
+        m_engine->Stop();
+        m_engine->Release();
+        ZynUninit();
+    }
+    ICmTransportSink* Sink() override { return this; }
+    IZynMediaSession* Session() override { return m_session; }
     void OnReceive(CCmMessageBlock& data, ICmTransport*, CCmTransportParameter*) override
     {
         m_session->ReceiveRTPPacket(reinterpret_cast<const uint8_t*>(data.GetTopLevelReadPtr()),
@@ -49,11 +77,24 @@ public:
     void OnDisconnect(CmResult, ICmTransport*) override {}
 
 private:
-    IZynMediaSession* const m_session;
+    IZynMediaEngineInternal* m_engine = nullptr;
+    IZynMediaSession* m_session = nullptr;
+};
+
+// The media line's road, on a line of a real connection keyed as SDES keys it.
+class LineReceiver final : public Receiver {
+public:
+    LineReceiver() : m_rig(kKey, sizeof(kKey)) {}
+    ICmTransportSink* Sink() override { return m_rig.Sink(); }
+    IZynMediaSession* Session() override { return m_rig.Session(); }
+
+private:
+    rig::LineReceiveRig m_rig;
 };
 
 const ReceiveHop kHops[] = {
-    {"engine", [](IZynMediaSession* s) { return std::make_unique<EngineSink>(s); }},
+    {"engine", [] { return std::make_unique<EngineReceiver>(); }},
+    {"line", [] { return std::make_unique<LineReceiver>(); }},
 };
 
 // Makes protected packets of one stream and sends them to a loopback port.
@@ -143,69 +184,40 @@ void Floor(benchmark::State& state)
     srtp_dealloc(session);
 }
 
-// Takes the acceptor's one transport and gives it the hop's sink.
-class Attach : public ICmAcceptorConnectorSink {
-public:
-    explicit Attach(ICmTransportSink* sink) : m_sink(sink) {}
-    ~Attach() override
-    {
-        if (m_transport) m_transport->ReleaseReference();
-    }
-    void OnConnectIndication(CmResult reason, ICmTransport* transport, ICmAcceptorConnectorId*) override
-    {
-        if (reason != CM_OK || !transport || m_transport) return;
-        transport->AddReference();
-        transport->OpenWithSink(m_sink);
-        m_transport = transport;
-    }
-
-private:
-    ICmTransportSink* const m_sink;
-    ICmTransport* m_transport = nullptr;
-};
-
 void Path(benchmark::State& state, const ReceiveHop* hop)
 {
     PinToOneCore();
-    ZynInit(0);
-    IZynMediaEngineInternal* engine = nullptr;
-    IZynMediaSession* session = nullptr;
-    // The system's clocks, on an engine that starts no media thread.
-    ZynCreateMediaEngineWithClock(&engine, 1, ZynSystemClock());
-    engine->CreateMediaSession(ZynSessionType_Audio, &session);
-    ZynSrtpCryptoRecord record{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0, 0};
-    session->SetOption(ZynSessionOption_SrtpCrypto, &record, sizeof(record));
-    {
-        std::unique_ptr<ICmTransportSink> sink = hop->make(session);
-        Attach attach(sink.get());
-        CCmLoopThread loop;
-        loop.Attach("bench-receive", 100);
-        auto* acceptor = new CCmUdpAcceptor(&loop);
-        acceptor->AddReference();
-        acceptor->StartListen(&attach, CCmInetAddr("127.0.0.1", 0));
-        const CCmInetAddr to = acceptor->GetLocalAddr();
-        Sender sender(0x2222);
-        uint64_t expected = 0;
-        ZynFlowStatistics stats{};
-        for (auto _ : state) {
-            state.PauseTiming();
-            sender.SendBatch(to.GetPtr(), to.GetSize());
-            expected += kBatch;
-            state.ResumeTiming();
-            // One readiness reads up to 64 datagrams: the batch, then a round that finds nothing.
-            while (loop.GetReactor()->RunOnce(0) > 0) {
-            }
-        }
-        state.SetItemsProcessed(state.iterations() * kBatch);
-        session->GetFlowStatistics(stats);
-        if (stats.packetsReceived != expected || stats.srtpFailures) state.SkipWithError("packets lost or refused");
-        acceptor->StopListen(CM_OK);
-        acceptor->ReleaseReference();
+    std::unique_ptr<Receiver> receiver = hop->make();
+    IZynMediaSession* session = receiver->Session();
+    if (!receiver->Sink() || !session) {
+        state.SkipWithError("the hop could not be set up");
+        return;
     }
-    session->Release();
-    engine->Stop();
-    engine->Release();
-    ZynUninit();
+    rig::Attach attach(receiver->Sink());
+    CCmLoopThread loop;
+    loop.Attach("bench-receive", 100);
+    auto* acceptor = new CCmUdpAcceptor(&loop);
+    acceptor->AddReference();
+    acceptor->StartListen(&attach, CCmInetAddr("127.0.0.1", 0));
+    const CCmInetAddr to = acceptor->GetLocalAddr();
+    Sender sender(0x2222);
+    ZynFlowStatistics stats{};
+    session->GetFlowStatistics(stats);
+    uint64_t expected = stats.packetsReceived;
+    for (auto _ : state) {
+        state.PauseTiming();
+        sender.SendBatch(to.GetPtr(), to.GetSize());
+        expected += kBatch;
+        state.ResumeTiming();
+        // One readiness reads up to 64 datagrams: the batch, then a round that finds nothing.
+        while (loop.GetReactor()->RunOnce(0) > 0) {
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * kBatch);
+    session->GetFlowStatistics(stats);
+    if (stats.packetsReceived != expected || stats.srtpFailures) state.SkipWithError("packets lost or refused");
+    acceptor->StopListen(CM_OK);
+    acceptor->ReleaseReference();
 }
 
 const bool registered = [] {

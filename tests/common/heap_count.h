@@ -1,5 +1,5 @@
-// Counts every operator new and every allocation OpenSSL makes, for the tests that prove a path
-// allocates nothing. It replaces the global allocation functions and defines main(): include it
+// Counts every operator new and every allocation OpenSSL makes, in the process and on each thread,
+// for the tests that prove a path allocates nothing. It replaces the global allocation functions and defines main(): include it
 // in exactly one source file of a test binary built without gtest_main (ms_noheap_test).
 #pragma once
 
@@ -14,15 +14,21 @@ namespace heap_count {
 
 inline std::atomic<long> news{0};
 inline std::atomic<long> cryptoAllocs{0};
+// The same, made on the calling thread only: for a path that runs on one thread while the
+// library's other threads go on with their own work.
+inline thread_local long threadNews = 0;
+inline thread_local long threadCryptoAllocs = 0;
 
 inline void* CountingMalloc(size_t n, const char*, int)
 {
     ++cryptoAllocs;
+    ++threadCryptoAllocs;
     return std::malloc(n);
 }
 inline void* CountingRealloc(void* p, size_t n, const char*, int)
 {
     ++cryptoAllocs;
+    ++threadCryptoAllocs;
     return std::realloc(p, n);
 }
 inline void CountingFree(void* p, const char*, int) { std::free(p); }
@@ -32,6 +38,7 @@ inline void CountingFree(void* p, const char*, int) { std::free(p); }
 void* operator new(size_t n)
 {
     ++heap_count::news;
+    ++heap_count::threadNews;
     if (void* p = std::malloc(n ? n : 1)) return p;
     throw std::bad_alloc();
 }

@@ -2,6 +2,7 @@
 // document it prints. Every line must carry media both ways on the path and with the keying asked for.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -52,6 +53,11 @@ TEST_P(CallCommandTest, EveryLineCarriesMediaBothWays)
     const nlohmann::json doc = nlohmann::json::parse(out, nullptr, false);
     ASSERT_FALSE(doc.is_discarded()) << out;
     EXPECT_GT(doc["setup_ms"].get<int>(), 0);
+    // Steps are timed on the call's one clock, from the offer's creation: the offerer takes the
+    // answer after it, its lines connect after that, and the set-up ends with the last line up.
+    const int answered = doc["answer_applied_ms"].get<int>();
+    EXPECT_GT(answered, 0);
+    int lastConnected = -1;
     ASSERT_EQ(2u, doc["sides"].size());
     for (const auto& side : doc["sides"]) {
         ASSERT_EQ(row.lines, side["lines"].size()) << side.dump();
@@ -65,8 +71,15 @@ TEST_P(CallCommandTest, EveryLineCarriesMediaBothWays)
             else EXPECT_NE("none", line["srtp"].get<std::string>());
             EXPECT_EQ(row.pairType, line["selected_pair"]["type"].get<std::string>());
             EXPECT_EQ(0u, line["selected_pair"]["local"].get<std::string>().find("127.0.0.1:"));
+            const int connected = line["connected_ms"].get<int>();
+            if (side["name"] == "A") {
+                EXPECT_GE(connected, answered);
+            }
+            EXPECT_GE(line["first_rtp_received_ms"].get<int>(), 0);
+            lastConnected = std::max(lastConnected, connected);
         }
     }
+    EXPECT_EQ(lastConnected, doc["setup_ms"].get<int>());
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, CallCommandTest, ::testing::ValuesIn(kRows),

@@ -47,22 +47,6 @@ private:
     ICmTransport* m_transport = nullptr;
 };
 
-// Everything one session sent, captured.
-struct Capture : IZynMediaTransport {
-    int32_t GetTransportType() override { return 1; }
-    ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) override
-    {
-        rtp.emplace_back(data, data + length);
-        return ZYN_S_OK;
-    }
-    ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) override
-    {
-        rtcp.emplace_back(data, data + length);
-        return ZYN_S_OK;
-    }
-    std::vector<Packet> rtp, rtcp;
-};
-
 void KeyBothWays(IZynMediaSession* from, IZynMediaSession* to)
 {
     static const uint8_t key[30] = {9, 8, 7, 6, 5, 4, 3, 2, 1};

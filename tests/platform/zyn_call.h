@@ -82,6 +82,22 @@ private:
     std::deque<Pending> m_queue;
 };
 
+// Everything one session sends, kept and delivered nowhere.
+struct Capture : IZynMediaTransport {
+    int32_t GetTransportType() override { return 1; }
+    ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) override
+    {
+        rtp.emplace_back(data, data + length);
+        return ZYN_S_OK;
+    }
+    ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) override
+    {
+        rtcp.emplace_back(data, data + length);
+        return ZYN_S_OK;
+    }
+    std::vector<Packet> rtp, rtcp;
+};
+
 // Sessions of one engine on a fake clock, each with a local track of its kind (started by Start).
 class Call {
 public:
