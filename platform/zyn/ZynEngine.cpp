@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "zyn/ZynSrtp.h"
 #include "zyn/ZynSession.h"
 #include "zyn/ZynTrack.h"
 
@@ -79,7 +80,15 @@ public:
     {
         if (m_manual) return;
         auto thread = std::make_shared<CCmLoopThread>();
-        if (thread->Create("zyn-media", TT_USER_DEFINE_BASE) == CM_OK) m_mediaThread = thread;
+        if (thread->Create("zyn-media", TT_USER_DEFINE_BASE) != CM_OK) return;
+        m_mediaThread = thread;
+        // SRTP's first keying loads its crypto backend; done here, off the call's path, the first
+        // keyed line of the process does not carry that cost between the handshake and its media.
+        if (ICmEventQueue* queue = thread->GetEventQueue())
+            queue->PostEvent(new CCmInvokeEvent([] {
+                zynrtp::SrtpWarmUp();
+                return CM_OK;
+            }));
     }
     ~Engine() override
     {

@@ -1,6 +1,9 @@
 #include "zyn/ZynSrtp.h"
 
 #include <srtp2/srtp.h>
+#ifdef MS_HAVE_NSS
+#include <nss.h>
+#endif
 
 #include <cstring>
 #include <mutex>
@@ -15,9 +18,28 @@ bool LibraryReady()
 {
     static std::once_flag once;
     static bool ready = false;
-    std::call_once(once, [] { ready = srtp_init() == srtp_err_status_ok; });
+    std::call_once(once, [] {
+#ifdef MS_HAVE_NSS
+        // A libsrtp2 built on NSS opens an NSS context for every cipher it makes and closes it with
+        // the cipher; when no other context is open, each of those loads and unloads the crypto token
+        // (several ms each, a dozen per keyed line, on the network thread while the call is
+        // starting). One context held for the process turns them into a reference count.
+        static NSSInitContext* held =
+            NSS_InitContext("", "", "", "", nullptr,
+                            NSS_INIT_READONLY | NSS_INIT_NOCERTDB | NSS_INIT_NOMODDB | NSS_INIT_FORCEOPEN |
+                                NSS_INIT_NOROOTINIT | NSS_INIT_OPTIMIZESPACE);
+        (void)held;
+#endif
+        ready = srtp_init() == srtp_err_status_ok;
+    });
     return ready;
 }
+
+}  // namespace
+
+void SrtpWarmUp() { (void)LibraryReady(); }
+
+namespace {
 
 // The RTP and RTCP policies of a suite. SRTCP keeps the 80-bit tag even under the 32-bit RTP suite
 // (RFC 4568 6.2.1); the AEAD suites carry RFC 7714's 16-byte tag on both.

@@ -14,6 +14,9 @@ size_t SrtpKeyLength(int32_t suite);
 // by creating a session with that policy.
 bool SrtpSuiteAvailable(int32_t suite);
 
+// Readies libsrtp2 and its crypto backend ahead of the first key. Any thread; once per process.
+void SrtpWarmUp();
+
 class SrtpContext {
 public:
     enum class Direction { Send, Receive };
