@@ -492,6 +492,14 @@ TEST(StunHelpers, NamesReasonsAndKeys)
     uint8_t key[16];
     gatewalk::stunlib_createMD5Key(key, "user", "realm", "pass");
     EXPECT_EQ(Hex(key, 16), "8493fbc53ba582fb4c044c456bdc40eb");  // md5("user:realm:pass")
+    // Credentials far longer than any a server sends still make the key of the whole text.
+    const std::string longUser(5000, 'u'), longPassword(3000, 'p');
+    gatewalk::stunlib_createMD5Key(key, longUser.c_str(), "realm", longPassword.c_str());
+    const std::string joined = longUser + ":realm:" + longPassword;
+    uint8_t expected[16];
+    unsigned int size = 0;
+    EVP_Digest(joined.data(), joined.size(), expected, &size, EVP_md5(), nullptr);
+    EXPECT_EQ(Hex(key, 16), Hex(expected, 16));
     auto m = NewMessage<zyn_gatewalk::StunMessage>();
     m->msgHdr.type = 0x0113;
     EXPECT_TRUE(zyn_gatewalk::stunlib_isErrorResponse(m.get()) && zyn_gatewalk::stunlib_isResponse(m.get()));

@@ -10,6 +10,7 @@
 #include <zlib.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "codec_internal.h"
 #include "stunlib.h"
@@ -19,10 +20,6 @@ namespace gatewalk {
 using namespace detail;
 
 namespace {
-
-// Longest "user:realm:password" text the key is made of. Longer texts are a caller bug (the parts are
-// bounded well below this), so the process stops rather than hash a truncated credential.
-constexpr size_t kMaxCredentialText = 896;
 
 template <size_t CopySize, class Msg>
 bool CheckIntegrity(const unsigned char* buffer, unsigned long length, const Msg* m, const unsigned char* key,
@@ -63,15 +60,16 @@ bool stunlib_checkFingerPrint(const uint8_t* buffer, unsigned int valueOffset)
 
 void stunlib_createMD5Key(unsigned char* key, const char* userName, const char* realm, const char* password)
 {
-    char text[kMaxCredentialText + 1];
-    int n = std::snprintf(text, sizeof text, "%s:%s:%s", userName, realm, password);
-    if (n < 0 || static_cast<size_t>(n) > kMaxCredentialText) {
-        std::fprintf(stderr, "stunlib_createMD5Key: credentials longer than %zu bytes\n", kMaxCredentialText);
-        std::abort();
-    }
+    // Fed piece by piece, so credentials of any length make a key and nothing of them is copied.
+    const char* parts[] = {userName ? userName : "", ":", realm ? realm : "", ":", password ? password : ""};
+    EVP_MD_CTX* context = EVP_MD_CTX_new();
     unsigned int size = 0;
-    EVP_Digest(text, static_cast<size_t>(n), key, &size, EVP_md5(), nullptr);
-    OPENSSL_cleanse(text, sizeof text);
+    bool ok = context != nullptr && EVP_DigestInit_ex(context, EVP_md5(), nullptr) == 1;
+    for (const char* part : parts) ok = ok && EVP_DigestUpdate(context, part, std::strlen(part)) == 1;
+    ok = ok && EVP_DigestFinal_ex(context, key, &size) == 1;
+    EVP_MD_CTX_free(context);
+    // Without a digest the key is zero: integrity then fails, where a half-made key would too.
+    if (!ok) std::memset(key, 0, 16);
 }
 
 namespace detail {
