@@ -1,6 +1,7 @@
 // The connector on its own, both profiles: two connectors on loopback sockets with time driven by
 // the test. Gathering rules, the remote candidates the agent takes, early requests, restarts, what
 // survives the conclusion, keep-alive, the plain path's fallback, and what the wire may bring.
+#include <atomic>
 #include <map>
 #include <set>
 
@@ -408,8 +409,9 @@ TYPED_TEST(IceConnectorTest, AServerAnsweringNonsenseEndsTheAllocationAndHostCan
         std::snprintf(record.password, sizeof record.password, "secret");
         a.config.AddICEServer(record);
         a.Gather(true);
-        int calls = 0;
-        bool relayed = true;
+        // Written by the callback on the network thread, read here between its turns.
+        std::atomic<int> calls{0};
+        std::atomic<bool> relayed{true};
         OnNetwork([&] {
             a.connector->allocateTurnRelayedAndReflexiveAddress(false, [&](bool, const std::string& kind) {
                 ++calls;

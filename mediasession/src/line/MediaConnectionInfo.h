@@ -248,7 +248,7 @@ private:
     // The path: index 0 RTP, 1 RTCP (null with mux). Written on the network thread, which owns the
     // references; engine threads only test them.
     std::atomic<ICmTransport*> m_pTransports[2] = {nullptr, nullptr};
-    bool m_bSendBlocked[2] = {false, false};                          // network thread
+    std::atomic<bool> m_bSendBlocked[2] = {false, false};  // written on the network thread, read by senders
     std::deque<std::unique_ptr<CCmMessageBlock>> m_sendQueue[2];      // network thread
     uint32_t m_transportFlags[2] = {0, 0};                            // network thread
     std::atomic<uint32_t> m_uRTPReceived{0};

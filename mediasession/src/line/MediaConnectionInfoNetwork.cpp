@@ -109,7 +109,8 @@ void CMediaConnectionInfo::OnIceComplete(CmResult reason, ICmTransport* const* t
                     MS_DETAIL_TRACE("CMediaConnectionInfo::OnIceComplete, socket buffer 0x20000" << LINE_TAIL);
             }
         }
-        m_bSendBlocked[0] = m_bSendBlocked[1] = false;
+        m_bSendBlocked[0] = false;
+        m_bSendBlocked[1] = false;
         SessionConnected(changed);
         m_reconnectTimer.Cancel();
     }
