@@ -19,6 +19,9 @@ constexpr size_t kPacketBuffer = 1500;
 constexpr uint64_t kMaxFramesBehind = 5;
 // One compound report a second: the far end learns its loss and round trip within about that.
 constexpr uint64_t kReportIntervalMs = 1000;
+// The first byte of an Opus packet (RFC 6716, 3.1): configuration 31 (CELT only, fullband, 20 ms),
+// mono, one frame. The frame bytes that follow are the engine's simulated content.
+constexpr uint8_t kOpusCeltFullband20ms = 31 << 3;
 
 uint32_t Random32()
 {
@@ -118,6 +121,7 @@ ZynResult MediaFlow::SetCodecPt(int direction, uint8_t payloadType, int32_t code
         if (IsMediaCodec(codecType)) {
             m_sendPayloadType = payloadType;
             m_sendClockRate = clockRate;
+            m_sendCodecType = codecType;
         }
         return ZYN_S_OK;
     }
@@ -183,6 +187,10 @@ void MediaFlow::SendFrame()
             h.ssrc = m_ssrc;
             n = zynrtp::WriteRtpHeader(h, packet, sizeof(packet));
             for (uint32_t i = 0; i < payload; ++i) packet[n + i] = static_cast<uint8_t>(h.sequence + i);
+            // A far end with a real Opus decoder refuses a packet whose first byte is no valid
+            // table of contents; any frame bytes after a good one decode.
+            if (m_sendCodecType == ZynCodecType_OPUS && payload > 0 && m_profile.frameMs == 20)
+                packet[n] = kOpusCeltFullband20ms;
             n += payload;
             m_streams.OnSent(h.payloadType, m_sendClockRate, h.sequence, n);
             m_payloadOctetsSent += payload;

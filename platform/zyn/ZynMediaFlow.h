@@ -99,6 +99,7 @@ private:
     uint32_t m_timestamp;
     uint8_t m_sendPayloadType;
     uint32_t m_sendClockRate;
+    int32_t m_sendCodecType = 0;
     ReceiveCodec m_receiveCodecs[kMaxReceiveCodecs] = {};
     size_t m_receiveCodecCount = 0;
     zynrtp::StreamTable m_streams;
