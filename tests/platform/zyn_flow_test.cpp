@@ -358,3 +358,55 @@ TEST(MediaThreadTest, AnEngineOfItsOwnSendsFromItsMediaThread)
 }
 
 }  // namespace
+
+// The frame duration an Opus table of contents byte announces, in tenths of a millisecond, from
+// the configuration table of RFC 6716 (3.1); 0 when the packet is not one single frame.
+int OpusFrameTenthsMs(uint8_t toc)
+{
+    if ((toc & 3) != 0) return 0;  // code 0: one frame
+    static constexpr int kSilk[] = {100, 200, 400, 600}, kHybrid[] = {100, 200}, kCelt[] = {25, 50, 100, 200};
+    const int config = toc >> 3;
+    if (config < 12) return kSilk[config % 4];
+    if (config < 16) return kHybrid[config % 2];
+    return kCelt[config % 4];
+}
+
+// What a real decoder at the far end needs of the first byte of a frame: an Opus packet must open
+// with a table of contents for one frame as long as the engine's packets are (20 ms); G.711 takes
+// any byte, so the other codecs keep the synthetic content.
+TEST(PayloadTypeTest, AnOpusFrameOpensWithATableOfContentsOfItsOwnDuration)
+{
+    struct Row {
+        const char* name;
+        ZynSessionType type;
+        uint8_t payloadType;
+        int32_t codec;
+        uint32_t clock;
+        bool opus;
+    };
+    const Row rows[] = {
+        {"Opus", ZynSessionType_Audio, 100, ZynCodecType_OPUS, 48000, true},
+        {"Opus on another number", ZynSessionType_Audio, 96, ZynCodecType_OPUS, 48000, true},
+        {"PCMU", ZynSessionType_Audio, 0, ZynCodecType_PCMU, 8000, false},
+        {"H.264", ZynSessionType_Video, 97, ZynCodecType_AVC, 90000, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        OneWay net(row.type);
+        ASSERT_EQ(ZYN_S_OK, net.from->SetCodecPt(1, row.payloadType, row.codec, row.clock));
+        net.call.Start(net.from);
+        net.call.Run(200);
+        ASSERT_GE(net.link.rtp.size(), 5u);
+        for (const Packet& p : net.link.rtp) {
+            ASSERT_GT(p.size(), kRtpHeader + 1);
+            const uint16_t sequence = static_cast<uint16_t>((p[2] << 8) | p[3]);
+            const uint8_t first = p[kRtpHeader];
+            if (row.opus) {
+                EXPECT_EQ(200, OpusFrameTenthsMs(first)) << "first byte " << int{first};
+            } else {
+                EXPECT_EQ(static_cast<uint8_t>(sequence), first);
+            }
+            EXPECT_EQ(static_cast<uint8_t>(sequence + 1), p[kRtpHeader + 1]);
+        }
+    }
+}
