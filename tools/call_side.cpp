@@ -89,6 +89,21 @@ bool PumpUntil(const std::function<bool()>& pred, int ms)
     return true;
 }
 
+std::vector<int> MediaPorts(const std::string& sdp)
+{
+    std::vector<int> ports;
+    std::istringstream in(sdp);
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("m=", 0) != 0) continue;
+        std::istringstream fields(line.substr(2));
+        std::string media;
+        int port = -1;
+        fields >> media >> port;
+        ports.push_back(port);
+    }
+    return ports;
+}
+
 std::string DescribeCandidates(const std::string& sdp)
 {
     std::map<std::string, int> byType;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -39,9 +40,11 @@ public:
     // The first time the status came for the line, in ms since `origin`; -1 when it never came.
     int64_t When(unsigned long mid, int status, std::chrono::steady_clock::time_point origin) const;
 
-    // The connection this side drives, and its lines.
+    // The connection this side drives, and its lines; those the answer refused (port 0) carry
+    // nothing and are not waited for.
     IZynMediaConnection* conn = nullptr;
     std::vector<CallLine> lines;
+    std::set<unsigned long> refused;
     // Statuses are printed with the line's path once it is up; this asks for it.
     std::function<void(unsigned long mid)> onConnected;
     void Start() { m_start = std::chrono::steady_clock::now(); }
@@ -59,6 +62,9 @@ private:
 
 // Pumps the library's main thread until pred holds or ms passed; false on time-out.
 bool PumpUntil(const std::function<bool()>& pred, int ms);
+
+// The ports of a description's m lines, in order.
+std::vector<int> MediaPorts(const std::string& sdp);
 
 // Candidates of a description by type: "4 candidates (host 2, srflx 1, relay 1)".
 std::string DescribeCandidates(const std::string& sdp);

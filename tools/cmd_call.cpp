@@ -2,6 +2,7 @@
 // public API only. By default two connections in one process on loopback trade an offer and an
 // answer, connect with ICE, key SRTP with DTLS and carry audio and video both ways for a few
 // seconds; `--listen` and `--connect` put the two sides in two processes.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -250,6 +251,15 @@ private:
             std::fprintf(m_out, "[%s] no answer came\n", side.Name());
             return false;
         }
+        // A line of ours is live when an open m line of the answer is its; the offer's records say
+        // whose each m line is.
+        const std::vector<int> ports = tool::MediaPorts(side.Sdp(ZynSdpType_Answer));
+        for (const tool::CallLine& l : side.lines) {
+            bool live = false;
+            for (size_t i = 0; i < ports.size() && i < static_cast<size_t>(std::min(count, kCapacity)); ++i)
+                live |= ports[i] != 0 && info[i].mid == l.mid;
+            if (!live && l.type != ZynSessionType_Application) side.refused.insert(l.mid);
+        }
         tool::PrintDescription(m_out, side.Name(), "answer", side.Sdp(ZynSdpType_Answer), m_o.exchange);
         return tool::SaveDescription(m_o.exchange, "answer.sdp", side.Sdp(ZynSdpType_Answer));
     }
@@ -263,6 +273,14 @@ private:
         const bool ok = tool::Check(m_out, "set remote answer",
                                     side.conn->SetReceivedSDP(ZynSdpType_Answer, answer.c_str(), info, &count));
         if (m_o.sdpOnly) tool::PrintRecords(m_out, side.Name(), "answer", info, count, kCapacity);
+        // The answer's m lines follow our offer's, which has one for each line but application ones.
+        const std::vector<int> ports = tool::MediaPorts(answer);
+        size_t position = 0;
+        for (const tool::CallLine& l : side.lines) {
+            if (l.type == ZynSessionType_Application) continue;
+            if (position >= ports.size() || ports[position] == 0) side.refused.insert(l.mid);
+            ++position;
+        }
         return ok;
     }
 
@@ -316,7 +334,8 @@ private:
     {
         for (const auto& side : m_sides)
             for (const tool::CallLine& l : side->lines)
-                if (l.type != ZynSessionType_Application && !side->Saw(l.mid, status)) return false;
+                if (l.type != ZynSessionType_Application && !side->refused.count(l.mid) && !side->Saw(l.mid, status))
+                    return false;
         return true;
     }
 
@@ -361,6 +380,11 @@ private:
 
     bool CarryMedia()
     {
+        if (NothingLive()) {
+            std::fprintf(m_out, "every line was refused\n");
+            Report(false, 0);
+            return false;
+        }
         if (!tool::PumpUntil([&] { return EveryLine(2); }, kConnectMs)) {
             std::fprintf(m_out, "not every line connected\n");
             Report(false, 0);
@@ -373,6 +397,14 @@ private:
         Snapshot(m_before);
         tool::PumpUntil([] { return false; }, m_o.duration * 1000);
         return Report(flowing, setup);
+    }
+
+    bool NothingLive() const
+    {
+        for (const auto& side : m_sides)
+            for (const tool::CallLine& l : side->lines)
+                if (l.type != ZynSessionType_Application && !side->refused.count(l.mid)) return false;
+        return true;
     }
 
     using Snap = std::vector<std::vector<_tagMediaPathStatistics>>;
@@ -408,7 +440,9 @@ private:
                 const _tagMediaPathStatistics before = i < m_before[s].size() ? m_before[s][i] : _tagMediaPathStatistics{};
                 const double out = static_cast<double>(p.bytesSent - before.bytesSent) * 8 / 1000 / seconds;
                 const double in = static_cast<double>(p.bytesReceived - before.bytesReceived) * 8 / 1000 / seconds;
-                if (l.type != ZynSessionType_Application) everyWay &= p.packetsSent > 0 && p.packetsReceived > 0;
+                const bool refused = m_sides[s]->refused.count(l.mid) != 0;
+                if (l.type != ZynSessionType_Application && !refused)
+                    everyWay &= p.packetsSent > 0 && p.packetsReceived > 0;
                 const std::string srtp = p.srtpSuite[0] ? p.srtpSuite : "none";
                 if (!m_o.json) {
                     std::printf("%-4s %-5lu %-6s %-22s %8llu %8llu %6.2f %7.2f %7.2f %9.1f %9.1f  %s -> %s %s\n",
@@ -419,6 +453,7 @@ private:
                 }
                 lines.push_back({{"mid", l.mid},
                                  {"type", tool::TypeName(l.type)},
+                                 {"refused", refused},
                                  {"srtp", srtp},
                                  {"selected_pair", {{"local", p.localAddress}, {"remote", p.remoteAddress}, {"type", p.candidateType}}},
                                  {"packets_sent", p.packetsSent},

@@ -58,6 +58,7 @@ class Bridge:
         self.logs = []
         self.stop = False
         self.ready = threading.Event()  # the description the page waits for
+        self.page_up = threading.Event()  # the page asked for the offer or brought one
         self.sock = None
 
     # Signalling frames as `mediasession call` sends them: a 4-byte big-endian length, the text.
@@ -118,6 +119,7 @@ class Bridge:
 
             def do_GET(self):
                 if self.path.startswith("/offer"):
+                    bridge.page_up.set()
                     bridge.ready.wait(CALL_TIMEOUT_S)
                     return self.reply(bridge.offer or "")
                 with open(os.path.join(HERE, "page.html")) as f:
@@ -130,6 +132,7 @@ class Bridge:
                     bridge.send(body)
                     return self.reply("")
                 if self.path == "/offer":
+                    bridge.page_up.set()
                     try:
                         return self.reply(bridge.our_answer_to(body))
                     except (OSError, ConnectionError) as e:
@@ -162,12 +165,14 @@ def run_case(tool, name, we_offer, media, extra, check, workdir):
         threading.Thread(target=bridge.take_our_offer, daemon=True).start()
     ours_args = [tool, "call", "--media", media, "--json", "--duration", str(DURATION_S), "--local", ADDRESS,
                  "--connect" if we_offer else "--listen", f"127.0.0.1:{sig_port}"]
-    ours_err = open(os.path.join(workdir, "ours.err"), "w")
-    ours = subprocess.Popen(ours_args, stdout=subprocess.PIPE, stderr=ours_err, text=True)
     profile = os.path.join(workdir, "profile")
     url = f"http://127.0.0.1:{http_port}/?role={'answer' if we_offer else 'offer'}&extra={extra}"
     browser = subprocess.Popen(["chromium", *CHROMIUM_FLAGS, f"--user-data-dir={profile}", url],
                                stdout=subprocess.DEVNULL, stderr=open(os.path.join(workdir, "chromium.err"), "w"))
+    # Our side starts once the page is up, so that its times do not count the browser's start.
+    bridge.page_up.wait(CALL_TIMEOUT_S)
+    ours_err = open(os.path.join(workdir, "ours.err"), "w")
+    ours = subprocess.Popen(ours_args, stdout=subprocess.PIPE, stderr=ours_err, text=True)
     faults = []
     started = time.monotonic()
     try:
@@ -202,7 +207,8 @@ def run_case(tool, name, we_offer, media, extra, check, workdir):
         report = None
         faults.append(f"our side exited {ours.returncode} without a report")
     faults += check(ours.returncode, report, bridge)
-    faults += [f"page: {line}" for line in bridge.logs if check is not browser_offers]
+    if check is not browser_offers:
+        faults += [f"page: {line}" for line in bridge.logs]
     return faults, took, report, bridge
 
 
@@ -275,6 +281,9 @@ def inside(tool):
               f"{inbound[0].get('packetsReceived') if inbound else None} packets", flush=True)
         for fault in faults:
             print(f"     {fault}")
+        if check is browser_offers:
+            for line in bridge.logs:
+                print(f"     the page said: {line}")
         if faults:
             failed += 1
             print(f"     (logs in {workdir})")
