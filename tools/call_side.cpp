@@ -89,19 +89,22 @@ bool PumpUntil(const std::function<bool()>& pred, int ms)
     return true;
 }
 
-std::vector<int> MediaPorts(const std::string& sdp)
+std::vector<MediaSection> MediaSections(const std::string& sdp)
 {
-    std::vector<int> ports;
+    std::vector<MediaSection> sections;
     std::istringstream in(sdp);
     for (std::string line; std::getline(in, line);) {
-        if (line.rfind("m=", 0) != 0) continue;
-        std::istringstream fields(line.substr(2));
-        std::string media;
-        int port = -1;
-        fields >> media >> port;
-        ports.push_back(port);
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (line.rfind("m=", 0) == 0) {
+            std::istringstream fields(line.substr(2));
+            std::string media;
+            sections.emplace_back();
+            fields >> media >> sections.back().port;
+        } else if (line.rfind("a=mid:", 0) == 0 && !sections.empty()) {
+            sections.back().mid = line.substr(6);
+        }
     }
-    return ports;
+    return sections;
 }
 
 std::string DescribeCandidates(const std::string& sdp)

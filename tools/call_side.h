@@ -63,8 +63,12 @@ private:
 // Pumps the library's main thread until pred holds or ms passed; false on time-out.
 bool PumpUntil(const std::function<bool()>& pred, int ms);
 
-// The ports of a description's m lines, in order.
-std::vector<int> MediaPorts(const std::string& sdp);
+// A description's m lines in order: the port, and the value of a=mid (empty when none).
+struct MediaSection {
+    int port = -1;
+    std::string mid;
+};
+std::vector<MediaSection> MediaSections(const std::string& sdp);
 
 // Candidates of a description by type: "4 candidates (host 2, srflx 1, relay 1)".
 std::string DescribeCandidates(const std::string& sdp);

@@ -253,11 +253,11 @@ private:
         }
         // A line of ours is live when an open m line of the answer is its; the offer's records say
         // whose each m line is.
-        const std::vector<int> ports = tool::MediaPorts(side.Sdp(ZynSdpType_Answer));
+        const std::vector<tool::MediaSection> answer = tool::MediaSections(side.Sdp(ZynSdpType_Answer));
         for (const tool::CallLine& l : side.lines) {
             bool live = false;
-            for (size_t i = 0; i < ports.size() && i < static_cast<size_t>(std::min(count, kCapacity)); ++i)
-                live |= ports[i] != 0 && info[i].mid == l.mid;
+            for (size_t i = 0; i < answer.size() && i < static_cast<size_t>(std::min(count, kCapacity)); ++i)
+                live |= answer[i].port != 0 && info[i].mid == l.mid;
             if (!live && l.type != ZynSessionType_Application) side.refused.insert(l.mid);
         }
         tool::PrintDescription(m_out, side.Name(), "answer", side.Sdp(ZynSdpType_Answer), m_o.exchange);
@@ -273,13 +273,16 @@ private:
         const bool ok = tool::Check(m_out, "set remote answer",
                                     side.conn->SetReceivedSDP(ZynSdpType_Answer, answer.c_str(), info, &count));
         if (m_o.sdpOnly) tool::PrintRecords(m_out, side.Name(), "answer", info, count, kCapacity);
-        // The answer's m lines follow our offer's, which has one for each line but application ones.
-        const std::vector<int> ports = tool::MediaPorts(answer);
-        size_t position = 0;
+        // The answer's m lines follow our offer's, whose order is the order the lines became ready
+        // in: each one's a=mid names the line.
+        const std::vector<tool::MediaSection> offered = tool::MediaSections(side.Sdp(ZynSdpType_Offer));
+        const std::vector<tool::MediaSection> answered = tool::MediaSections(answer);
         for (const tool::CallLine& l : side.lines) {
             if (l.type == ZynSessionType_Application) continue;
-            if (position >= ports.size() || ports[position] == 0) side.refused.insert(l.mid);
-            ++position;
+            bool live = false;
+            for (size_t i = 0; i < offered.size() && i < answered.size(); ++i)
+                live |= answered[i].port != 0 && offered[i].mid == std::to_string(l.mid);
+            if (!live) side.refused.insert(l.mid);
         }
         return ok;
     }
