@@ -217,8 +217,6 @@ async def run(args):
         sinks.append(asyncio.ensure_future(drain()))
 
     pc.addTrack(Tone())
-    for kind in args.extra:
-        pc.addTransceiver(kind, direction="sendrecv" if kind == "audio" else "recvonly")
 
     result = {"role": args.role}
     start = None
@@ -294,7 +292,6 @@ def main():
     parser.add_argument("--listen", default="127.0.0.1:0")
     parser.add_argument("--connect", default="")
     parser.add_argument("--timeout", type=float, default=20.0)
-    parser.add_argument("--extra", action="append", default=[], help="another transceiver: audio or video")
     parser.add_argument("--accept-sha1", action="store_true")
     parser.add_argument("--receive-on-offered-numbers", action="store_true")
     args = parser.parse_args()

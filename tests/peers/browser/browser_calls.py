@@ -50,8 +50,8 @@ def m_lines(sdp):
 class Bridge:
     """The page's server and our side's signalling, for one call."""
 
-    def __init__(self, role, sig_port):
-        self.role, self.sig_port = role, sig_port
+    def __init__(self, sig_port):
+        self.sig_port = sig_port
         self.offer = None
         self.answer = None
         self.stats = None
@@ -156,9 +156,9 @@ def inbound_audio(stats):
     return [s for s in (stats or {}).get("stats", []) if s.get("type") == "inbound-rtp" and s.get("kind") == "audio"]
 
 
-def run_case(tool, name, we_offer, media, extra, check, workdir):
+def run_case(tool, we_offer, media, check, workdir):
     sig_port, http_port = free_port(), free_port()
-    bridge = Bridge("answer" if we_offer else "offer", sig_port)
+    bridge = Bridge(sig_port)
     server = http.server.ThreadingHTTPServer(("127.0.0.1", http_port), bridge.handler())
     threading.Thread(target=server.serve_forever, daemon=True).start()
     if we_offer:
@@ -166,7 +166,7 @@ def run_case(tool, name, we_offer, media, extra, check, workdir):
     ours_args = [tool, "call", "--media", media, "--json", "--duration", str(DURATION_S), "--local", ADDRESS,
                  "--connect" if we_offer else "--listen", f"127.0.0.1:{sig_port}"]
     profile = os.path.join(workdir, "profile")
-    url = f"http://127.0.0.1:{http_port}/?role={'answer' if we_offer else 'offer'}&extra={extra}"
+    url = f"http://127.0.0.1:{http_port}/?role={'answer' if we_offer else 'offer'}"
     browser = subprocess.Popen(["chromium", *CHROMIUM_FLAGS, f"--user-data-dir={profile}", url],
                                stdout=subprocess.DEVNULL, stderr=open(os.path.join(workdir, "chromium.err"), "w"))
     # Our side starts once the page is up, so that its times do not count the browser's start.
@@ -257,9 +257,9 @@ def browser_offers(code, report, bridge):
 
 
 CASES = [
-    ("we offer, the browser answers", True, "audio", "", audio_both_ways),
-    ("we offer audio and share, the browser refuses share", True, "audio,share", "", share_refused),
-    ("the browser offers; our answer refuses its audio line", False, "audio", "", browser_offers),
+    ("we offer, the browser answers", True, "audio", audio_both_ways),
+    ("we offer audio and share, the browser refuses share", True, "audio,share", share_refused),
+    ("the browser offers; our answer refuses its audio line", False, "audio", browser_offers),
 ]
 
 
@@ -272,9 +272,9 @@ def inside(tool):
                 ["ip", "route", "add", "default", "dev", "ms0"]):
         subprocess.run(cmd, check=True)
     failed = 0
-    for name, we_offer, media, extra, check in CASES:
+    for name, we_offer, media, check in CASES:
         workdir = tempfile.mkdtemp(prefix="browser-call-")
-        faults, took, report, bridge = run_case(tool, name, we_offer, media, extra, check, workdir)
+        faults, took, report, bridge = run_case(tool, we_offer, media, check, workdir)
         first = next(iter(our_audio(report)), {})
         inbound = inbound_audio(bridge.stats)
         print(f"{'FAIL' if faults else 'ok  '} {name}: {took:.1f} s; our first RTP {first.get('first_rtp_received_ms')} ms "
