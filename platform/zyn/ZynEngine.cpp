@@ -147,8 +147,7 @@ public:
         return m_stopped;
     }
 
-    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override { return m_options.Set(id, value, size); }
-    ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
+    ZYN_FORWARD_OPTIONS(m_options)
 
     ZynResult RunClock()
     {

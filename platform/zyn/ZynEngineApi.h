@@ -38,6 +38,12 @@ public:
     // size in: capacity of value; out: bytes stored. ZYN_E_NOTFOUND for an option never set,
     // ZYN_E_INVALIDARG when the capacity is too small.
     virtual ZynResult GetOption(int32_t id, void* value, uint32_t& size) = 0;
+    // Options the engine knows by name ("AEC_aec_enabled"), each value a text. A null or empty
+    // name, or a null value: ZYN_E_INVALIDARG.
+    virtual ZynResult SetNamedOption(const char* name, const char* value) = 0;
+    // size in: capacity of value, terminator included; out: length of the text. ZYN_E_NOTFOUND for
+    // a name never set, ZYN_E_INVALIDARG when the text does not fit.
+    virtual ZynResult GetNamedOption(const char* name, char* value, uint32_t& size) = 0;
 
 protected:
     virtual ~IZynOptionHolder() = default;

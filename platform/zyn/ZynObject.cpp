@@ -31,6 +31,30 @@ ZynResult OptionStore::Get(int32_t id, void* value, uint32_t& size)
     return ZYN_S_OK;
 }
 
+ZynResult OptionStore::SetNamed(const char* name, const char* value)
+{
+    if (!name || !*name || !value) return ZYN_E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_named[name] = value;
+    return ZYN_S_OK;
+}
+
+ZynResult OptionStore::GetNamed(const char* name, char* value, uint32_t& size)
+{
+    if (!name || !*name) return ZYN_E_INVALIDARG;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = m_named.find(name);
+    if (it == m_named.end()) return ZYN_E_NOTFOUND;
+    const auto length = static_cast<uint32_t>(it->second.size());
+    if (!value || size <= length) {
+        size = length;
+        return ZYN_E_INVALIDARG;
+    }
+    std::memcpy(value, it->second.c_str(), length + 1);
+    size = length;
+    return ZYN_S_OK;
+}
+
 }  // namespace zynsim
 
 int ZynLiveObjectCount() { return zynsim::g_live.load(); }

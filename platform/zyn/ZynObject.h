@@ -5,6 +5,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "zyn/ZynEngineApi.h"
@@ -42,10 +43,32 @@ class OptionStore {
 public:
     ZynResult Set(int32_t id, const void* value, uint32_t size);
     ZynResult Get(int32_t id, void* value, uint32_t& size);
+    ZynResult SetNamed(const char* name, const char* value);
+    ZynResult GetNamed(const char* name, char* value, uint32_t& size);
 
 private:
     std::mutex m_mutex;
-    std::map<int32_t, std::vector<uint8_t>> m_options;
+    std::map<int32_t, std::vector<uint8_t>> m_options;  // guarded by m_mutex
+    std::map<std::string, std::string> m_named;         // guarded by m_mutex
 };
+
+// The option calls of IZynOptionHolder, forwarded to a member store.
+#define ZYN_FORWARD_OPTIONS(store)                                                                   \
+    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override                      \
+    {                                                                                               \
+        return (store).Set(id, value, size);                                                        \
+    }                                                                                               \
+    ZynResult GetOption(int32_t id, void* value, uint32_t& size) override                           \
+    {                                                                                               \
+        return (store).Get(id, value, size);                                                        \
+    }                                                                                               \
+    ZynResult SetNamedOption(const char* name, const char* value) override                          \
+    {                                                                                               \
+        return (store).SetNamed(name, value);                                                       \
+    }                                                                                               \
+    ZynResult GetNamedOption(const char* name, char* value, uint32_t& size) override                \
+    {                                                                                               \
+        return (store).GetNamed(name, value, size);                                                 \
+    }
 
 }  // namespace zynsim

@@ -40,6 +40,11 @@ public:
     void Tick() { m_flow->Tick(); }
     ZynResult SetOption(int32_t id, const void* value, uint32_t size) override;
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
+    ZynResult SetNamedOption(const char* name, const char* value) override { return m_options.SetNamed(name, value); }
+    ZynResult GetNamedOption(const char* name, char* value, uint32_t& size) override
+    {
+        return m_options.GetNamed(name, value, size);
+    }
 
     bool IsStopped();
 

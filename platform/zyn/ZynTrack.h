@@ -37,8 +37,7 @@ public:
         return ZYN_S_OK;
     }
     bool IsStarted() override { return m_started.load(); }
-    ZynResult SetOption(int32_t id, const void* value, uint32_t size) override { return m_options.Set(id, value, size); }
-    ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
+    ZYN_FORWARD_OPTIONS(m_options)
 
 private:
     const ZynTrackKind m_kind;
