@@ -27,6 +27,10 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
         "CreateMediaConnection4T|GetMediaEngineVersion|ZynRegisterMainThread|ZynPumpMainThread|"
         "ZynSetTraceSink|ZynSetTraceLevel|StartStunTrace|SetStunTraceSink|StartTraceServer|StopTraceServer|"
         "SetTraceServerOption|SetTraceServerPortRange|SetTraceServerSink|IsLastTraceServerUsable|"
+        "ReloadProxy|GetProxyConfigure|SetProxyUsernamePassword|AllowProxyGetSystemCredential|SetProxyConfigSink|"
+        "SetProxyCredentialSink|SetProxyConfigList|SetMediaCallInfo|SetAudioMode|GetCpuDescription|DoThreadHeartBeat|"
+        "(Start|Stop)Proximity(RZSS|Both)?|GetExclusiveModeAPPName|ZynSetFIPSMode|SetProximityCallId|"
+        "_Z17GetGpuDescriptionRSt6vectorI21_tagZynGpuDescriptionSaIS0_EE|"
         "vorta_[a-z0-9_]+_s|safe_lib_set_constraint_handler|mem_prim_[a-z0-9]+|"
         "_ZN3zyn22_createMediaConnectionEPP19IZynMediaConnectionjbbb|_ZN3zyn24CreateNonDuplicateCallIDEv)");
     std::set<std::string> exported;
@@ -40,7 +44,8 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
     }
     for (const char* must : {"InitMediaEngine", "UninitMediaEngine", "CreateMediaConnection", "vorta_strcpy_s",
                              "safe_lib_set_constraint_handler", "mem_prim_move32", "StartStunTrace", "StartTraceServer",
-                             "IsLastTraceServerUsable"})
+                             "IsLastTraceServerUsable", "GetProxyConfigure", "SetMediaCallInfo", "DoThreadHeartBeat",
+                             "SetProximityCallId", "_Z17GetGpuDescriptionRSt6vectorI21_tagZynGpuDescriptionSaIS0_EE"})
         EXPECT_EQ(1u, exported.count(must)) << must;
 }
 

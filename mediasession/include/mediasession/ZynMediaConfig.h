@@ -231,7 +231,41 @@ protected:
     virtual ~IBaseConfig() = default;
 };
 
+// How the audio engine cancels echo.
+enum ZynAecType : int32_t {
+    ZynAecTypeNone = 0,
+    ZynAecTypeBuildin = 1,
+    ZynAecTypeTc = 2,
+    ZynAecTypeAlpha = 3,
+    ZynAecTypeEngine = 4,  // the engine's own
+};
+
+// Audio processing switches. Each reaches the engine through the line's local track: a line
+// without one answers ZYN_E_NOTRACK and nothing changes. Legal at any time.
 class IAudioConfig : public virtual IBaseConfig {
+public:
+    virtual ZynResult EnableAGC(bool enable) = 0;
+    virtual ZynResult EnableEC(bool enable) = 0;
+    virtual ZynResult EnableLAECex(bool enable) = 0;
+    virtual ZynResult EnhaceFarEndVAD(bool enable) = 0;
+    virtual ZynResult MusicDetection(bool enable) = 0;
+    // mic: the capture side, else the playback side.
+    virtual ZynResult EnableNS(bool enable, bool mic) = 0;
+    virtual ZynResult EnableDAGC(bool enable, bool mic) = 0;
+    virtual ZynResult EnableImprovedAagc(bool enable) = 0;
+    virtual ZynResult EnableNewAgc(bool enable) = 0;
+    virtual ZynResult EnableBNR(bool enable) = 0;
+    virtual ZynResult EnableNewBNR(bool enable) = 0;
+    virtual ZynResult SetLessEchoMode(bool enable) = 0;
+    virtual ZynResult SetDelayEstEx(bool enable) = 0;
+    virtual ZynResult SetFullBandAudio(bool enable) = 0;
+    virtual ZynResult SetClipCtl(bool enable) = 0;
+    virtual ZynResult SetECType(ZynAecType type) = 0;
+    virtual ZynResult GetECType(ZynAecType& type) = 0;
+    // This build has no such modes: ZYN_E_NOTIMPL.
+    virtual ZynResult SetBNRProfileMode(int mode) = 0;
+    virtual ZynResult GetBNRProfileMode(int& mode) = 0;
+
 protected:
     ~IAudioConfig() override = default;
 };

@@ -163,6 +163,14 @@ public:
     virtual ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) = 0;
     virtual ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) = 0;
     virtual ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) = 0;
+    // Settings as one JSON object: connection-wide keys at the top, the line's under "audio",
+    // "video", "screen" or "audio-slide". Absent keys change nothing; a key that fails (wrong type,
+    // refused value, guarded after the call started) leaves its setting alone, the others still
+    // apply, and the last failure is the result. ZYN_E_INVALIDARG for a null text or one that is no
+    // object, ZYN_E_POINTER for a mid without a line.
+    virtual ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) = 0;
+    // The same shape, read back; valid until the next call. "{}" for a mid without a line.
+    virtual const char* GetParams(unsigned long mid) = 0;
 
 protected:
     ~IZynMediaConnection4T() override = default;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mediasession/ZynDiagnostics.h"
+#include "mediasession/ZynGlobalServices.h"
 #include "mediasession/ZynMediaConnection.h"
 
 extern "C" {

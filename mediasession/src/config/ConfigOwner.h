@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "mediasession/ZynDefines.h"
 #include "mediasession/ZynMediaConfig.h"
@@ -69,6 +70,17 @@ public:
     {
         (void)item;
         return ZYN_S_OK;
+    }
+    // A named option of the engine track that captures for the line; ZYN_E_NOTRACK without one.
+    virtual ZynResult SetLocalTrackOption(const char* name, const char* value)
+    {
+        (void)name, (void)value;
+        return ZYN_E_NOTRACK;
+    }
+    virtual ZynResult GetLocalTrackOption(const char* name, std::string& value)
+    {
+        (void)name, (void)value;
+        return ZYN_E_NOTRACK;
     }
     // Figures only the negotiated line knows.
     virtual unsigned int GetMaxAvailableSources(ZynSubscribePolicy policy)

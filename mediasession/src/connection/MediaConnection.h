@@ -15,6 +15,7 @@
 #include "common/ZynIdentity.h"
 #include "common/ZynUnknownImpl.h"
 #include "config/GlobalConfig.h"
+#include "mediasession/ZynGlobalServices.h"
 #include "mediasession/ZynMediaConnection.h"
 #include "metrics/SessionMetrics.h"
 #include "sdp/offer_answer.h"
@@ -38,6 +39,11 @@ class CMediaConnection final : public IZynMediaConnection4T,
                                public ZYNIdentityT<CMediaConnection>,
                                public IGlobalConfigOwner {
 public:
+    // Engine option of the "manualAdaptBitrate" setting: a rate the engine keeps to, 0 for none; four bytes.
+    static constexpr int32_t kEngineOptionManualAdaptBitrate = 503;
+    // Engine option that takes the texts of some feature toggles, with their length.
+    static constexpr int32_t kEngineOptionFeatureText = 502;
+
     CMediaConnection(unsigned int callId, bool externalTransport, bool svs, bool externalCsi);
 
     ZYN_IMPLEMENT_REFCOUNT
@@ -64,13 +70,20 @@ public:
     ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) override;
     ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) override;
     ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) override;
+    ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) override;
+    const char* GetParams(unsigned long mid) override;
 
     // IGlobalConfigOwner
     void SetZynErrorMetrics(const char* tag, ZynResult code) override;
     ZynResult OnGlobalConfigChanged(EGlobalConfigItem item) override;
+    ZynResult SetMediaEngineOption(int32_t option, const void* value, uint32_t size) override;
 
     ZynResult Init();
     ZynResult ProcessDebugOption(ZynSessionType type, unsigned long mid, const char* option);
+    // Applies a toggle text that differs from the last one taken (MediaConnectionToggles.cpp).
+    void SetFeatureToggles(const char* text);
+    // False (and out untouched) while none were taken.
+    bool GetFeatureToggles(json::Value& out) const;
     void OnTimer(CCmTimerWrapperID* id) override;
 
     // Lines.
@@ -112,6 +125,12 @@ public:
     static CMediaConnectionPtr FindMediaConnectionByCallID(unsigned int callId);
     static CMediaConnectionPtr FindMediaConnectionByCallID(unsigned int callId, ZynSessionType type);
     static size_t GetMediaConnectionCount();
+    // Every live connection of the call, each with a reference held.
+    static std::vector<CMediaConnectionPtr> FindAllMediaConnectionsByCallID(unsigned int callId);
+
+    // What the application told of the call (SetMediaCallInfo).
+    void SetCallInfo(const _tagZynCallInfo& info);
+    _tagZynCallInfo GetCallInfo();
 
 private:
     ~CMediaConnection() override;
@@ -182,6 +201,11 @@ private:
     int32_t m_iceLineCount = 0;
     bool m_bStoppingConnections = false;
     bool m_bLowTickStarted = false;
+
+    std::string m_paramsText;  // what GetParams last returned
+    json::Value m_featureToggles;  // the last toggles taken, an object once any were
+    std::mutex m_callInfoMutex;
+    _tagZynCallInfo m_callInfo{};  // guarded by m_callInfoMutex: any thread may set it
 
     CCmMutexThread m_errorMutex;
     std::vector<std::string> m_notifiedErrors;  // guarded by m_errorMutex

@@ -54,7 +54,56 @@ ZynResult CMediaConnection::OnGlobalConfigChanged(EGlobalConfigItem item)
 {
     MS_DETAIL_TRACE("CMediaConnection::OnGlobalConfigChanged, item=" << static_cast<int>(item)
                                                                      << MS_TAIL("", m_callId));
-    return ZYN_S_OK;
+    // Flags every line's session carries; a line made later reads them at its creation.
+    int32_t option = 0;
+    uint8_t value = 0;
+    switch (item) {
+    case EGlobalConfigItem::FeatureToggles: SetFeatureToggles(m_globalConfig.GetFeatureToggles()); return ZYN_S_OK;
+    case EGlobalConfigItem::SendingCSRC:
+        option = CMediaConnectionInfo::kSessionOptionSendCsrc;
+        value = m_globalConfig.IsSendingCSRCEnabled();
+        break;
+    case EGlobalConfigItem::BandwidthRollback:
+        option = CMediaConnectionInfo::kSessionOptionBandwidthRollback;
+        value = m_globalConfig.IsBandwidthRollbackEnabled();
+        break;
+    default: return ZYN_S_OK;
+    }
+    ZynResult result = ZYN_S_OK;
+    for (CMediaConnectionInfo* line : m_connections) {
+        IZynMediaSession* session = line->GetZynSession();
+        if (!session) continue;
+        const ZynResult r = session->SetOption(option, &value, 1);
+        if (ZYN_FAILED(r)) result = r;
+    }
+    return result;
+}
+
+ZynResult CMediaConnection::SetMediaEngineOption(int32_t option, const void* value, uint32_t size)
+{
+    if (!m_pZynEngine) return ZYN_E_WRONGSTATE;
+    return m_pZynEngine->SetOption(option, value, size);
+}
+
+std::vector<CMediaConnectionPtr> CMediaConnection::FindAllMediaConnectionsByCallID(unsigned int callId)
+{
+    std::vector<CMediaConnectionPtr> found;
+    CCmMutexGuardT<CCmMutexThread> guard(m_mutexVecMediaConnection);
+    for (CMediaConnection* c : m_vecMediaConnection)
+        if (c->m_callId == callId && c->TryAddReference()) found.emplace_back(c, false);
+    return found;
+}
+
+void CMediaConnection::SetCallInfo(const _tagZynCallInfo& info)
+{
+    std::lock_guard<std::mutex> lock(m_callInfoMutex);
+    m_callInfo = info;
+}
+
+_tagZynCallInfo CMediaConnection::GetCallInfo()
+{
+    std::lock_guard<std::mutex> lock(m_callInfoMutex);
+    return m_callInfo;
 }
 
 }  // namespace zyn

@@ -84,13 +84,6 @@ ZynResult CMediaConnection::UpdateMedia(ZynDirection direction, unsigned long mi
     return ZYN_S_OK;
 }
 
-ZynResult CMediaConnection::ProcessDebugOption(ZynSessionType type, unsigned long mid, const char* option)
-{
-    MS_INFO_TRACE("CMediaConnection::ProcessDebugOption, type=" << static_cast<int>(type) << ", mid=" << mid
-                  << ", option=" << (option ? option : "") << CONN_TAIL);
-    return ZYN_S_OK;
-}
-
 ZynResult CMediaConnection::CreateOffer()
 {
     m_bCallStarted = true;

@@ -257,7 +257,13 @@ void CMediaConnection::buildSdpSession(CMediaConnectionInfo* line)
     std::vector<ZynCodecType> preferred;
     if (config.GetPreferedCodec() != ZynCodecType_Unknown) preferred.push_back(config.GetPreferedCodec());
     std::vector<sdp::codec> codecs;
-    buildCodecs(line, codecs, SortOutCodecs(type, priority, preferred));
+    // Codecs the application set up replace the engine's: those it can decode, else those it
+    // encodes (one list serves both directions of a sendrecv line).
+    const CBaseConfig::CCodecList& own = config.GetDecodeCodecs().set ? config.GetDecodeCodecs() : config.GetEncodeCodecs();
+    if (own.set)
+        codecs = own.codecs;
+    else
+        buildCodecs(line, codecs, SortOutCodecs(type, priority, preferred));
     line->buildDtmfCodecs(codecs);
     if (config.IsFecEnabled()) line->buildFecCodecs(codecs);
 

@@ -123,6 +123,23 @@ public:
     void SetZynErrorMetrics(const char* tag, ZynResult code) override;
     ZynSessionType GetSessionType() const override { return m_type; }
     uint32_t GetCallId() const override { return GetIdentityCallId(); }
+    // A setting of the line's configuration changed: carried to the engine session or the connector
+    // (MediaConnectionInfoConfig.cpp); what the descriptions read is read there when they are built.
+    ZynResult OnMediaConfigChanged(EMediaConfigItem item) override;
+    ZynResult SetLocalTrackOption(const char* name, const char* value) override;
+    ZynResult GetLocalTrackOption(const char* name, std::string& value) override;
+    // Numbered options of the engine session that settings reach.
+    static constexpr int32_t kSessionOptionMaxBandwidth = 10;
+    static constexpr int32_t kSessionOptionFecOverhead = 16;
+    static constexpr int32_t kSessionOptionFecProbing = 17;
+    static constexpr int32_t kSessionOptionDynamicFecScheme = 18;
+    static constexpr int32_t kSessionOptionFeatureToggles = 22;
+    static constexpr int32_t kSessionOptionRecordLossData = 23;
+    static constexpr int32_t kSessionOptionRtx = 2002;
+    static constexpr int32_t kSessionOptionTmmbr = 2004;
+    static constexpr int32_t kSessionOptionSendCsrc = 2005;
+    static constexpr int32_t kSessionOptionFec = 2006;
+    static constexpr int32_t kSessionOptionBandwidthRollback = 2009;
 
     // The configuration of the line's kind; the other three exist and stay unused.
     CBaseConfig& GetConfig();

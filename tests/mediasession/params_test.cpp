@@ -1,0 +1,238 @@
+// Settings by JSON text on a real connection: every key set, then read back by GetParams and,
+// where the setting acts outside the configuration, from the engine; bad texts answer their code
+// and leave everything else as it was.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "connection/MediaConnection.h"
+#include "line/MediaConnectionInfo.h"
+#include "mediasession/ZynMediaConfig.h"
+#include "test_support.h"
+#include "util/CmJson.h"
+#include "zyn/ZynEngineApi.h"
+
+namespace {
+
+using zyn::CMediaConnection;
+
+constexpr unsigned long kAudio = 0;
+constexpr unsigned long kVideo = 1;
+
+struct NullSink : IZynMediaConnectionSink {};
+
+class ParamsTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_liveBase = ZynLiveObjectCount();
+        IZynMediaConnection* conn = nullptr;
+        ASSERT_EQ(ZYN_S_OK, CreateMediaConnection(&conn, 0));
+        m_conn = static_cast<IZynMediaConnection4T*>(conn);
+        m_conn->SetSink(&m_sink);
+        ASSERT_EQ(ZYN_S_OK, m_conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, kAudio, nullptr));
+        ASSERT_EQ(ZYN_S_OK, m_conn->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, kVideo, nullptr));
+    }
+    void TearDown() override
+    {
+        if (m_conn) {
+            m_conn->Stop();
+            m_conn->Release();
+        }
+        mstest::OnMain();
+        EXPECT_EQ(m_liveBase, ZynLiveObjectCount());
+    }
+    ZynResult Set(unsigned long mid, const std::string& text)
+    {
+        return m_conn->SetParams(mid, text.c_str(), static_cast<unsigned>(text.size()));
+    }
+    json::Value Get(unsigned long mid) { return json::Deserialize(m_conn->GetParams(mid)); }
+    CMediaConnection& Impl() { return *static_cast<CMediaConnection*>(m_conn); }
+    uint32_t EngineU32(int32_t id)
+    {
+        uint32_t v = 0, n = 4;
+        return Impl().GetEngine()->GetOption(id, &v, n) == ZYN_S_OK ? v : 0xFFFFFFFF;
+    }
+
+    mstest::EngineScope m_engine;
+    int m_liveBase = 0;
+    IZynMediaConnection4T* m_conn = nullptr;
+    NullSink m_sink;
+};
+
+// Every key of the global table and of the audio section, with values none of which is a default.
+const char* const kEveryKey = R"({
+  "icePolicy": 3, "connectionPolicy": 1, "localPortMin": 54700, "localPortMax": 54709,
+  "enableQos": true, "enableDtlsSRTP": true, "supportCmulti": true, "enableDPC": false,
+  "enableAQERefine": true, "enableSRTP": true, "enableFQDNInICE": false, "enableICE": true,
+  "enableFastLane": true, "enableRTCPMux": true, "QoSMaxLossRatio": 0.5, "QoSMinBandwidth": 96000,
+  "deviceCapability": "{\"audio\":{}}",
+  "networkStatus": 1, "networkDirection": 2, "waitMilliseconds": 2500,
+  "enableDSCP": true, "DSCPofAudio": 46, "DSCPofVideo": 34, "DSCPofScreen": 26,
+  "enablePerformanceStatDump": 3, "featureToggles": "{\"EnableNewBNR\":true}",
+  "manualAdaptBitrate": 640000, "SetShowStunTraceIP": true,
+  "iceInactiveTimeout": 1500, "iceTerminateTimeout": 700, "iceConnectTimeout": 1000,
+  "sendMQEDataInMinutes": 5, "EnableMQECallback": true, "insecureLogs": true,
+  "AudioCaptureMethod": 2, "AudioPlaybackMethod": 1,
+  "audio": {
+    "fecParams": {"bEnableFec": true, "uVersion": 2, "uClockRate": 8000, "uPayloadType": 111,
+                  "fecFmtInfo": {"bMultiSsrc": true, "uM": 8, "uMaxN": 40, "uMaxEsel": 1400},
+                  "srtpFecOrder": "ORDER_SRTP_FEC", "uMaxFecOverhead": 35, "bFecProbing": false,
+                  "dynamicFecScheme": "LOSS_RATIO_WITH_PRIORITY"},
+    "rtxParams": {"bEnableRtx": true},
+    "recordLossData": true, "uMaxBandwidth": 128000, "uInitBandWidth": 64000,
+    "preferedCodec": "PCMA", "selectedCodec": "PCMU", "uMaxStreamsCount": 4,
+    "enableAGC": true, "enableEC": true, "enableNS": true, "enableBNR": true, "setAecType": 2
+  }
+})";
+
+TEST_F(ParamsTest, EveryKeyIsAppliedAndReadBack)
+{
+    const json::Value in = json::Deserialize(kEveryKey);
+    ASSERT_TRUE(in.is_object());
+    EXPECT_EQ(ZYN_S_OK, Set(kAudio, kEveryKey));
+    const json::Value out = Get(kAudio);
+    ASSERT_TRUE(out.is_object());
+
+    // Read back as given; the keys below are checked where they act instead.
+    const std::vector<std::string> elsewhere{"enableAQERefine", "deviceCapability", "manualAdaptBitrate", "audio",
+                                             "featureToggles", "AudioCaptureMethod", "AudioPlaybackMethod"};
+    for (const auto& [key, value] : in.items()) {
+        if (std::find(elsewhere.begin(), elsewhere.end(), key) != elsewhere.end()) continue;
+        SCOPED_TRACE(key);
+        ASSERT_TRUE(out.contains(key));
+        EXPECT_EQ(value, out[key]);
+    }
+    EXPECT_EQ(json::Deserialize(in["featureToggles"].get<std::string>()),
+              json::Deserialize(out["featureToggles"].get<std::string>()));
+    const json::Value& inAudio = in["audio"];
+    const json::Value& outAudio = out["audio"];
+    EXPECT_EQ(2, outAudio["getAecType"]);
+    for (const auto& [key, value] : inAudio.items()) {
+        SCOPED_TRACE(key);
+        if (key == "fecParams" || key == "setAecType") continue;
+        ASSERT_TRUE(outAudio.contains(key));
+        EXPECT_EQ(value, outAudio[key]);
+    }
+    for (const auto& [key, value] : inAudio["fecParams"].items()) {
+        SCOPED_TRACE(key);
+        // Read back under its other name.
+        const std::string name = key == "bFecProbing" ? "uFecProbing" : key;
+        ASSERT_TRUE(outAudio["fecParams"].contains(name));
+        EXPECT_EQ(value, outAudio["fecParams"][name]);
+    }
+
+    // Where the settings act: the engine, the audio line's session and its capture track.
+    EXPECT_EQ(640000u, EngineU32(CMediaConnection::kEngineOptionManualAdaptBitrate));
+    EXPECT_EQ(96000u, EngineU32(501));
+    char text[16] = {};
+    uint32_t n = sizeof(text);
+    ASSERT_EQ(ZYN_S_OK, Impl().GetEngine()->GetNamedOption("enableAQERefine", text, n));
+    EXPECT_STREQ("1", text);
+    IZynMediaSession* session = Impl().FindConnection(kAudio)->GetZynSession();
+    uint32_t bandwidth = 0, size = 4;
+    ASSERT_EQ(ZYN_S_OK, session->GetOption(10, &bandwidth, size));
+    EXPECT_EQ(128000u, bandwidth);
+    IZynMediaTrack* track = Impl().FindConnection(kAudio)->GetLocalEngineTrack();
+    ASSERT_NE(nullptr, track);
+    for (const char* option : {"AAGC_aagc_enabled", "AEC_aec_enabled", "AEC_record_nr_enabled", "BNR_bnr_enabled"}) {
+        SCOPED_TRACE(option);
+        n = sizeof(text);
+        ASSERT_EQ(ZYN_S_OK, track->GetNamedOption(option, text, n));
+        EXPECT_STREQ("1", text);
+    }
+}
+
+TEST_F(ParamsTest, OneBadValueFailsAloneAndTheRestApplies)
+{
+    const std::string text = R"({"enableQos": "yes", "QoSMinBandwidth": 5000,
+        "audio": {"uMaxBandwidth": -1, "recordLossData": true, "preferedCodec": "no-such-codec"}})";
+    EXPECT_EQ(ZYN_E_INVALIDARG, Set(kAudio, text));
+    const json::Value out = Get(kAudio);
+    EXPECT_EQ(false, out["enableQos"]);
+    EXPECT_EQ(5000, out["QoSMinBandwidth"]);
+    EXPECT_EQ(0, out["audio"]["uMaxBandwidth"]);
+    EXPECT_EQ(true, out["audio"]["recordLossData"]);
+    EXPECT_EQ(Get(kVideo)["video"]["uMaxBandwidth"], 0) << "another line is not touched";
+}
+
+// Keys that act together act only when all are there; a section of another kind is not read.
+TEST_F(ParamsTest, PartialGroupsAndForeignSectionsChangeNothing)
+{
+    const std::string before = m_conn->GetParams(kVideo);
+    struct Row {
+        const char* name;
+        const char* text;
+    } rows[] = {
+        {"empty object", "{}"},
+        {"two of three DSCP", R"({"DSCPofAudio": 1, "DSCPofVideo": 2})"},
+        {"one port of two", R"({"localPortMin": 50000})"},
+        {"two of three ICE time-outs", R"({"iceInactiveTimeout": 1, "iceConnectTimeout": 2})"},
+        {"audio section on a video line", R"({"audio": {"uMaxBandwidth": 5}})"},
+        {"unknown keys", R"({"noSuchKey": 1, "video": {"noSuchKeyEither": true}})"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(ZYN_S_OK, Set(kVideo, row.text));
+        EXPECT_EQ(before, m_conn->GetParams(kVideo));
+    }
+}
+
+TEST_F(ParamsTest, BadTextsAnswerTheirCodeAndChangeNothing)
+{
+    const std::string before = m_conn->GetParams(kAudio);
+    const std::string deep(1 << 20, '[');
+    const std::string huge = R"({"QoSMinBandwidth": 7, "blob": ")" + std::string(1 << 20, 'x') + "\"";  // unterminated
+    struct Row {
+        const char* name;
+        unsigned long mid;
+        std::string text;
+        ZynResult expect;
+    } rows[] = {
+        {"not JSON", kAudio, "enableQos=true", ZYN_E_INVALIDARG},
+        {"an array", kAudio, "[{\"enableQos\":true}]", ZYN_E_INVALIDARG},
+        {"empty", kAudio, "", ZYN_E_INVALIDARG},
+        {"1 MB of nesting", kAudio, deep, ZYN_E_INVALIDARG},
+        {"1 MB, cut short", kAudio, huge, ZYN_E_INVALIDARG},
+        {"trailing garbage", kAudio, "{\"enableQos\":true} x", ZYN_E_INVALIDARG},
+        {"unknown mid", 77, "{\"enableQos\":true}", ZYN_E_POINTER},
+        {"wrong section type", kAudio, R"({"audio": [1]})", ZYN_E_INVALIDARG},
+        {"wrong type in fecParams", kAudio, R"({"audio": {"fecParams": {"uPayloadType": "x"}}})", ZYN_E_INVALIDARG},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.expect, Set(row.mid, row.text));
+        EXPECT_EQ(before, m_conn->GetParams(kAudio));
+    }
+    EXPECT_EQ(ZYN_E_INVALIDARG, m_conn->SetParams(kAudio, nullptr, 10));
+    // The length given bounds the read: what follows it is not part of the text.
+    const char* cut = "{\"insecureLogs\":true}{\"enableQos\":true}";
+    EXPECT_EQ(ZYN_S_OK, m_conn->SetParams(kAudio, cut, 21));
+    EXPECT_EQ(true, Get(kAudio)["insecureLogs"]);
+    EXPECT_EQ(false, Get(kAudio)["enableQos"]);
+    EXPECT_STREQ("{}", m_conn->GetParams(77));
+}
+
+TEST_F(ParamsTest, GuardedKeysAreRefusedOnceTheCallStartedAndTheOthersStillApply)
+{
+    ASSERT_EQ(ZYN_S_OK, m_conn->CreateOffer());
+    EXPECT_EQ(ZYN_E_FAIL, Set(kAudio, R"({"enableQos": true, "SetShowStunTraceIP": true,
+                                          "audio": {"uMaxBandwidth": 9000, "uInitBandWidth": 8000}})"));
+    const json::Value out = Get(kAudio);
+    EXPECT_EQ(false, out["enableQos"]);
+    EXPECT_EQ(true, out["SetShowStunTraceIP"]);
+    EXPECT_EQ(0, out["audio"]["uMaxBandwidth"]);
+    EXPECT_EQ(8000, out["audio"]["uInitBandWidth"]);
+}
+
+TEST_F(ParamsTest, AStoppedConnectionHasNoLineToSet)
+{
+    m_conn->Stop();
+    mstest::OnMain();
+    EXPECT_EQ(ZYN_E_POINTER, Set(kAudio, "{\"enableQos\":true}"));
+    EXPECT_STREQ("{}", m_conn->GetParams(kAudio));
+}
+
+}  // namespace
