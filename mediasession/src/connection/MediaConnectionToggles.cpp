@@ -144,19 +144,10 @@ void CMediaConnection::SetFeatureToggles(const char* text)
     for (const char* key : kAudioPassThrough)
         if (has(key)) passThrough(ZynSessionType_Audio, key, flag(key) ? "1" : "0");
 
-    if (has("CameraImageQualityOverFrameRate") &&
-        AsNumber("CameraImageQualityOverFrameRate", parsed["CameraImageQualityOverFrameRate"], number) &&
-        FindConnection(ZynSessionType_Video)) {
-        passThrough(ZynSessionType_Video, "CameraImageQualityOverFrameRate", std::to_string(number));
-        MS_INFO_TRACE("CMediaConnection::SetFeatureToggles, enable CameraImageQualityOverFrameRate successfully"
-                      << CONN_TAIL);
-    }
-    if (has("CameraImageQualityOverFrameSize") &&
-        AsNumber("CameraImageQualityOverFrameSize", parsed["CameraImageQualityOverFrameSize"], number) &&
-        FindConnection(ZynSessionType_Video)) {
-        passThrough(ZynSessionType_Video, "CameraImageQualityOverFrameSize", std::to_string(number));
-        MS_INFO_TRACE("CMediaConnection::SetFeatureToggles, enable CameraImageQualityOverFrameSize successfully"
-                      << CONN_TAIL);
+    for (const char* key : {"CameraImageQualityOverFrameRate", "CameraImageQualityOverFrameSize"}) {
+        if (!has(key) || !AsNumber(key, parsed[key], number) || !FindConnection(ZynSessionType_Video)) continue;
+        passThrough(ZynSessionType_Video, key, std::to_string(number));
+        MS_INFO_TRACE("CMediaConnection::SetFeatureToggles, enable " << key << " successfully" << CONN_TAIL);
     }
     for (const char* key : kVideoPassThrough)
         if (has(key)) passThrough(ZynSessionType_Video, key, flag(key) ? "1" : "0");
