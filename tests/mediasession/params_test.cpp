@@ -145,6 +145,23 @@ TEST_F(ParamsTest, EveryKeyIsAppliedAndReadBack)
     }
 }
 
+// What GetParams gives, given back, is taken whole and changes nothing: on each kind of line, fresh
+// and after every key was set.
+TEST_F(ParamsTest, WhatIsReadBackIsTakenBackUnchanged)
+{
+    for (int round = 0; round < 2; ++round) {
+        if (round == 1) {
+            ASSERT_EQ(ZYN_S_OK, Set(kAudio, kEveryKey));
+        }
+        for (unsigned long mid : {kAudio, kVideo}) {
+            SCOPED_TRACE(std::to_string(round) + "/" + std::to_string(mid));
+            const std::string before = m_conn->GetParams(mid);
+            EXPECT_EQ(ZYN_S_OK, Set(mid, before));
+            EXPECT_EQ(before, m_conn->GetParams(mid));
+        }
+    }
+}
+
 TEST_F(ParamsTest, OneBadValueFailsAloneAndTheRestApplies)
 {
     const std::string text = R"({"enableQos": "yes", "QoSMinBandwidth": 5000,

@@ -327,12 +327,13 @@ const char* CMediaConnection::GetParams(unsigned long mid)
     out["DSCPofVideo"] = g.GetDSCPMarking(ZynSessionType_Video);
     out["DSCPofScreen"] = g.GetDSCPMarking(ZynSessionType_ScreenShare);
     out["enablePerformanceStatDump"] = g.GetPerformanceTraceDump();
-    out["featureToggles"] = g.HasFeatureToggles() ? std::string(g.GetFeatureToggles()) : std::string();
+    // Keys whose default no setter takes are left out until set, so the text can be given back.
+    if (g.HasFeatureToggles()) out["featureToggles"] = std::string(g.GetFeatureToggles());
     out["SetShowStunTraceIP"] = g.IsShowStunTraceIP();
     out["iceInactiveTimeout"] = g.GetICEInactiveTimeout();
     out["iceConnectTimeout"] = g.GetICEConnectTimeout();
     out["iceTerminateTimeout"] = g.GetICETerminateTimeout();
-    out["sendMQEDataInMinutes"] = g.GetSendMQEInMinutes();
+    if (g.GetSendMQEInMinutes() > 0) out["sendMQEDataInMinutes"] = g.GetSendMQEInMinutes();
     out["EnableMQECallback"] = g.IsMQECallbackEnabled();
     out["insecureLogs"] = g.IsInsecureLogsEnabled();
     int method = 0;
@@ -368,8 +369,10 @@ const char* CMediaConnection::GetParams(unsigned long mid)
         section["recordLossData"] = c.IsRecordLossDataEnabled();
         section["uMaxBandwidth"] = c.GetMaxBandwidth();
         section["uInitBandWidth"] = c.GetInitBandwidth();
-        section["preferedCodec"] = ConvCodecTypeToString(c.GetPreferedCodec());
-        section["selectedCodec"] = ConvCodecTypeToString(c.GetSelectedCodec());
+        if (c.GetPreferedCodec() != ZynCodecType_Unknown)
+            section["preferedCodec"] = ConvCodecTypeToString(c.GetPreferedCodec());
+        if (c.GetSelectedCodec() != ZynCodecType_Unknown)
+            section["selectedCodec"] = ConvCodecTypeToString(c.GetSelectedCodec());
         section["uMaxStreamsCount"] = c.GetMaxStreamsCount();
         section["subscribePolicy"] = c.GetSubscribePolicy();
         section["maxAvailableSources"] = c.GetMaxAvailableSources(c.GetSubscribePolicy());
