@@ -1,3 +1,4 @@
+#include "mediasession/ZynMediaTrack.h"
 #include "call_side.h"
 
 #include <sstream>
@@ -40,7 +41,20 @@ int64_t CallSide::Elapsed() const
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - m_start).count();
 }
 
-void CallSide::OnMediaReady(unsigned long, ZynDirection, ZynSessionType, IZynMediaTrackBase*) { ++m_ready; }
+CallSide::~CallSide()
+{
+    for (IZynMediaTrackBase* track : m_tracks) track->Release();
+}
+
+// Every stream starts as soon as the application has it: the local ones send once connected.
+void CallSide::OnMediaReady(unsigned long, ZynDirection, ZynSessionType, IZynMediaTrackBase* track)
+{
+    ++m_ready;
+    if (!track) return;
+    track->AddRef();
+    m_tracks.push_back(track);
+    track->Start(false);
+}
 
 void CallSide::OnSDPReady(ZynSdpType type, const char* sdp)
 {

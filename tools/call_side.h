@@ -27,6 +27,7 @@ class CallSide final : public IZynMediaConnectionSink {
 public:
     // progress: where the steps are printed (stdout, or stderr when stdout carries a document).
     CallSide(const char* name, FILE* progress) : m_name(name), m_progress(progress) {}
+    ~CallSide() override;
 
     void OnMediaReady(unsigned long mid, ZynDirection direction, ZynSessionType type, IZynMediaTrackBase*) override;
     void OnSDPReady(ZynSdpType type, const char* sdp) override;
@@ -55,6 +56,7 @@ private:
     FILE* m_progress;
     std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     int m_ready = 0;
+    std::vector<IZynMediaTrackBase*> m_tracks;  // one reference each, started when ready
     std::string m_offer;
     std::string m_answer;
     std::map<unsigned long, std::map<int, std::chrono::steady_clock::time_point>> m_statuses;

@@ -3,6 +3,7 @@
 // answer, connect with ICE, key SRTP with DTLS and carry audio and video both ways for a few
 // seconds; `--listen` and `--connect` put the two sides in two processes.
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -50,6 +51,11 @@ const tool::CommandSpec kCallSpec{
             {.name = "--sdp-only", .help = "stop after the negotiation, printing both descriptions and their records"},
             {.name = "--insecure-logs", .help = "keys and ICE passwords unmasked, in traces and printed descriptions"},
             {.name = "--save", .value = "DIR", .help = "write offer.sdp and answer.sdp there"},
+            {.name = "--send-file", .value = "PATH",
+             .help = "A sends this file once, in place of its capture: .wav on the audio line, .i420 (and the other "
+                     "raw picture formats) on the video line"},
+            {.name = "--receive-file", .value = "PATH",
+             .help = "B writes what its line of the file's kind receives to this file, payload after payload"},
         },
 };
 
@@ -83,8 +89,22 @@ struct CallOptions {
     std::string connect;
     std::vector<tagICEServer> servers;
     std::vector<ZynSessionType> media{ZynSessionType_Audio, ZynSessionType_Video};
+    std::string sendFile;
+    std::string receiveFile;
     tool::ExchangeOptions exchange;
 };
+
+// The line kind a media file feeds: WAV is audio, the raw picture formats video.
+ZynSessionType FileKind(const std::string& path)
+{
+    const size_t dot = path.rfind('.');
+    std::string ext = dot == std::string::npos ? "" : path.substr(dot + 1);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext == "wav") return ZynSessionType_Audio;
+    for (const char* picture : {"i420", "yv12", "nv12", "nv21", "yuy2", "rgb24", "bgr24"})
+        if (ext == picture) return ZynSessionType_Video;
+    return ZynSessionType_Unknown;
+}
 
 bool ParseMedia(const std::string& list, std::vector<ZynSessionType>& out)
 {
@@ -164,6 +184,15 @@ std::string ReadOptions(const tool::Args& args, CallOptions& o)
     o.connect = args.Value("--connect");
     o.exchange.saveDir = args.Value("--save");
     if (!o.listen.empty() && !o.connect.empty()) return "--listen and --connect exclude each other";
+    o.sendFile = args.Value("--send-file");
+    o.receiveFile = args.Value("--receive-file");
+    for (const std::string* file : {&o.sendFile, &o.receiveFile}) {
+        if (file->empty()) continue;
+        const ZynSessionType kind = FileKind(*file);
+        if (kind == ZynSessionType_Unknown) return "a media file is .wav, .i420, .yv12, .nv12, .nv21, .yuy2, .rgb24 or .bgr24";
+        if (std::find(o.media.begin(), o.media.end(), kind) == o.media.end())
+            return "'" + *file + "' needs a " + tool::TypeName(kind) + " line in --media";
+    }
     o.exchange.printDescriptions = o.sdpOnly;
     return {};
 }
@@ -210,6 +239,22 @@ private:
             side.lines.push_back({type, mid++});
         }
         side.onConnected = [this, &side](unsigned long m) { PrintPath(side, m); };
+        // A sends the file, B renders what arrives; the file is sent once.
+        const bool offerer = std::strcmp(side.Name(), "A") == 0;
+        const std::string& file = offerer ? m_o.sendFile : m_o.receiveFile;
+        if (!file.empty()) {
+            const ZynSessionType kind = FileKind(file);
+            for (const tool::CallLine& l : side.lines) {
+                if (l.type != kind) continue;
+                IBaseConfig* config = kind == ZynSessionType_Audio ? static_cast<IBaseConfig*>(conn->GetAudioConfig(l.mid))
+                                                                   : static_cast<IBaseConfig*>(conn->GetVideoConfig(l.mid));
+                ok &= tool::Check(m_out, offerer ? "send file" : "receive file",
+                                  !config ? ZYN_E_FAIL
+                                  : offerer ? config->EnableFileCapture(file.c_str(), false, true)
+                                            : config->EnableFileRender(file.c_str(), true));
+                break;
+            }
+        }
         return ok;
     }
 

@@ -86,6 +86,19 @@ std::string PathJson(IZynMediaConnection* connection, const Line& line)
 class Side final : public IZynMediaConnectionSink {
 public:
     explicit Side(const char* name) : name_(name) {}
+    ~Side() override
+    {
+        for (IZynMediaTrackBase* track : tracks_) track->Release();
+    }
+
+    // Each stream starts once the application has its handle.
+    void OnMediaReady(unsigned long, ZynDirection, ZynSessionType, IZynMediaTrackBase* track) override
+    {
+        if (!track) return;
+        track->AddRef();
+        tracks_.push_back(track);
+        track->Start(false);
+    }
 
     void OnSDPReady(ZynSdpType type, const char* sdp) override
     {
@@ -153,6 +166,7 @@ private:
 
     const char* name_;
     std::mutex mutex_;
+    std::vector<IZynMediaTrackBase*> tracks_;  // one reference each
     std::string offer_, answer_;
     std::map<unsigned long, std::vector<int>> statuses_;
 };

@@ -10,6 +10,7 @@
 
 #include "zyn/ZynSrtp.h"
 #include "zyn/ZynSession.h"
+#include "zyn/ZynMediaIo.h"
 #include "zyn/ZynTrack.h"
 
 namespace zynsim {
@@ -104,7 +105,7 @@ public:
         if (type < ZynSessionType_Audio || type > ZynSessionType_Application) return ZYN_E_INVALIDARG;
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped) return ZYN_E_WRONGSTATE;
-        auto* session = new Session(type, m_clock, m_mediaThread, m_cname);
+        auto* session = new Session(type, m_clock, m_mediaThread, m_cname, m_capture);
         session->AddRef();  // the engine keeps one to stop it with the engine
         m_sessions.push_back(session);
         *out = session;
@@ -119,6 +120,45 @@ public:
         if (m_stopped) return ZYN_E_WRONGSTATE;
         *out = new Track(kind);
         return ZYN_S_OK;
+    }
+
+    ZynResult CreateFileCapturer(const char* path, ZynRawFormat format, IZynMediaFileCapturer** out) override
+    {
+        if (!out) return ZYN_E_POINTER;
+        ZynResult r = ZYN_S_OK;
+        *out = FileCapturer::Open(path, format, r);
+        return r;
+    }
+    ZynResult CreateFileRenderer(const char* path, ZynRawFormat format, IZynMediaFileRenderer** out) override
+    {
+        if (!out) return ZYN_E_POINTER;
+        ZynResult r = ZYN_S_OK;
+        *out = FileRenderer::Create(path, format, r);
+        return r;
+    }
+    ZynResult GetVolumeControl(int32_t direction, IZynVolumeControl** out) override
+    {
+        if (!out) return ZYN_E_POINTER;
+        if (direction != 0 && direction != 1) return ZYN_E_INVALIDARG;
+        *out = new VolumeControl(direction == 0 ? m_capture : m_playout);
+        return ZYN_S_OK;
+    }
+    ZynResult GetDevices(ZynDeviceKind kind, IZynMediaDevice** out, uint32_t& count) override
+    {
+        return m_devices.Get(kind, out, count);
+    }
+    ZynResult FindDevice(ZynDeviceKind kind, const char* name, IZynMediaDevice** out) override
+    {
+        return m_devices.Find(kind, name, out);
+    }
+    ZynResult AddDeviceObserver(IZynMediaDeviceObserver* observer) override { return m_devices.AddObserver(observer); }
+    ZynResult RemoveDeviceObserver(IZynMediaDeviceObserver* observer) override
+    {
+        return m_devices.RemoveObserver(observer);
+    }
+    ZynResult SimulateDeviceChange(ZynDeviceKind kind, const char* name, bool added) override
+    {
+        return m_devices.Change(kind, name, added);
     }
 
     ZynResult GetNetworkIndicator(IZynNetworkIndicator** out) override
@@ -173,6 +213,10 @@ private:
     std::vector<Session*> m_sessions;  // guarded by m_mutex
     bool m_stopped = false;            // guarded by m_mutex
     OptionStore m_options;
+    DeviceList m_devices;
+    // The engine's capture and playout levels; sessions read the capture one as they send.
+    const std::shared_ptr<VolumeState> m_capture = std::make_shared<VolumeState>();
+    const std::shared_ptr<VolumeState> m_playout = std::make_shared<VolumeState>();
     std::shared_ptr<ACmThread> m_mediaThread;  // shared with the sessions, which may outlive the engine
 };
 

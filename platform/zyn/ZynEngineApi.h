@@ -9,6 +9,9 @@
 #include "mediasession/ZynDefines.h"
 
 class IZynMediaTrack;
+class IZynMediaFileCapturer;
+class IZynMediaFileRenderer;
+class IZynMediaDevice;
 
 // What a session sends through; the media line implements it.
 class IZynMediaTransport {
@@ -49,6 +52,13 @@ protected:
     virtual ~IZynOptionHolder() = default;
 };
 
+// Track option 68: a local track's media goes out (1, the default) or is held back (0).
+constexpr int32_t ZynTrackOption_SendingData = 68;
+// Track option 157: an external audio source is muted (1) or not (0).
+constexpr int32_t ZynTrackOption_ExternalAudioMute = 157;
+// Capturer option 100: the file starts again at its end (1) or the stream ends there (0).
+constexpr int32_t ZynCapturerOption_Loop = 100;
+
 class IZynMediaTrack : public IZynUnknown, public IZynOptionHolder {
 public:
     virtual ZynTrackKind GetKind() = 0;
@@ -58,6 +68,95 @@ public:
     virtual ZynResult Stop() = 0;
     virtual ZynResult Uninit() = 0;
     virtual bool IsStarted() = 0;
+    // Local tracks: what the track sends instead of its device (null detaches). The track holds a
+    // reference. ZYN_E_INVALIDARG on a remote track.
+    virtual ZynResult SetFileCapturer(IZynMediaFileCapturer* capturer) = 0;
+    // Remote tracks: where what arrives goes, in arrival order. One renderer a track; it holds a
+    // reference. ZYN_E_INVALIDARG on a local track, ZYN_E_DUPLICATE while one is attached.
+    virtual ZynResult AddExternalRenderer(IZynMediaFileRenderer* renderer) = 0;
+    virtual ZynResult RemoveExternalRenderer(IZynMediaFileRenderer* renderer) = 0;
+    // Local device tracks: the capture device (null: the engine's default). ZYN_E_INVALIDARG for a
+    // device of another kind than the track's media.
+    virtual ZynResult SetDevice(IZynMediaDevice* device) = 0;
+    // The device in use with one reference, or null.
+    virtual IZynMediaDevice* GetDevice() = 0;
+};
+
+// Raw formats a file capturer reads and a file renderer writes.
+enum ZynRawFormat : int32_t {
+    ZynRawFormat_Unknown = 0,
+    ZynRawFormat_Wav = 1,
+    ZynRawFormat_I420 = 2,
+    ZynRawFormat_YV12 = 3,
+    ZynRawFormat_NV12 = 4,
+    ZynRawFormat_NV21 = 5,
+    ZynRawFormat_YUY2 = 6,
+    ZynRawFormat_RGB24 = 7,
+    ZynRawFormat_BGR24 = 8,
+};
+
+class IZynMediaFileCapturerObserver {
+public:
+    // The file ended and the capturer does not loop. Called on the engine's media thread.
+    virtual void OnEndOfStream(IZynMediaFileCapturer* capturer) = 0;
+
+protected:
+    virtual ~IZynMediaFileCapturerObserver() = default;
+};
+
+// A file read frame by frame as a local track's media: its bytes are the payload, in order.
+class IZynMediaFileCapturer : public IZynUnknown, public IZynOptionHolder {
+public:
+    virtual ZynResult Start() = 0;
+    virtual ZynResult Stop() = 0;
+    virtual bool IsStarted() = 0;
+    virtual ZynResult SetObserver(IZynMediaFileCapturerObserver* observer) = 0;
+    // The next bytes of the file, at most capacity; 0 at the end (without loop) or while stopped.
+    virtual uint32_t ReadPayload(uint8_t* out, uint32_t capacity) = 0;
+    virtual ZynRawFormat GetFormat() = 0;
+};
+
+// A file that receives what a remote track gets, payload after payload.
+class IZynMediaFileRenderer : public IZynUnknown {
+public:
+    virtual ZynResult RenderPayload(const uint8_t* data, uint32_t length) = 0;
+    virtual uint64_t GetBytesWritten() = 0;
+    virtual ZynRawFormat GetFormat() = 0;
+};
+
+// Device kinds: what a device captures or plays.
+enum ZynDeviceKind : int32_t {
+    ZynDevice_Microphone = 0,
+    ZynDevice_Speaker = 1,
+    ZynDevice_Camera = 2,
+};
+
+class IZynMediaDevice : public IZynUnknown {
+public:
+    virtual ZynDeviceKind GetDeviceKind() = 0;
+    // Unique within the engine; a friendly name for people.
+    virtual const char* GetDeviceName() = 0;
+    virtual const char* GetFriendlyName() = 0;
+};
+
+class IZynMediaDeviceObserver {
+public:
+    // kind 2: the list of devices changed; data is the device concerned.
+    virtual void OnDeviceChanged(IZynMediaDevice* device, int32_t kind) = 0;
+
+protected:
+    virtual ~IZynMediaDeviceObserver() = default;
+};
+
+// An engine's capture (direction 0) or playout (direction 1) level: mute gates what local audio
+// tracks send (the muted mode sends a silence frame now and then), the volume is kept.
+class IZynVolumeControl : public IZynUnknown {
+public:
+    virtual ZynResult Mute(int32_t type) = 0;
+    virtual ZynResult Unmute(int32_t type) = 0;
+    virtual bool IsMuted() = 0;
+    virtual ZynResult SetVolume(uint32_t value, int32_t type) = 0;
+    virtual ZynResult GetVolume(uint32_t& value, int32_t type) = 0;
 };
 
 // Session option 6: the SRTP keys of one direction. The key bytes are copied during SetOption;
@@ -166,6 +265,22 @@ public:
     virtual ZynResult CreateMediaSession(ZynSessionType type, IZynMediaSession** out) = 0;
     virtual ZynResult CreateTrack(ZynTrackKind kind, IZynMediaTrack** out) = 0;
     virtual ZynResult GetNetworkIndicator(IZynNetworkIndicator** out) = 0;
+    // ZYN_E_NOTFOUND for a file that cannot be opened, ZYN_E_INVALIDARG for one that is not of the
+    // format (a WAV file without its RIFF/WAVE header, an empty file).
+    virtual ZynResult CreateFileCapturer(const char* path, ZynRawFormat format, IZynMediaFileCapturer** out) = 0;
+    // Creates or truncates the file.
+    virtual ZynResult CreateFileRenderer(const char* path, ZynRawFormat format, IZynMediaFileRenderer** out) = 0;
+    // direction 0 capture, 1 playout; the same object each time, with one more reference.
+    virtual ZynResult GetVolumeControl(int32_t direction, IZynVolumeControl** out) = 0;
+    // The devices of a kind with one reference each; count in: room, out: devices there are.
+    virtual ZynResult GetDevices(ZynDeviceKind kind, IZynMediaDevice** out, uint32_t& count) = 0;
+    // One device by its name, or ZYN_E_NOTFOUND.
+    virtual ZynResult FindDevice(ZynDeviceKind kind, const char* name, IZynMediaDevice** out) = 0;
+    // Told when a device list changes (kind 2). The observer stays the caller's.
+    virtual ZynResult AddDeviceObserver(IZynMediaDeviceObserver* observer) = 0;
+    virtual ZynResult RemoveDeviceObserver(IZynMediaDeviceObserver* observer) = 0;
+    // A device appears (added true) or goes away, as a person plugs or unplugs one: tests and tools.
+    virtual ZynResult SimulateDeviceChange(ZynDeviceKind kind, const char* name, bool added) = 0;
     // Stops every session it made; objects stay valid until released.
     virtual ZynResult Stop() = 0;
     virtual bool IsStopped() = 0;

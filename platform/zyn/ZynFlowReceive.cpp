@@ -54,6 +54,7 @@ ZynResult MediaFlow::ReceiveRtp(const uint8_t* data, uint32_t length)
     ++m_stats.packetsReceived;
     m_stats.bytesReceived += length;
     CountReceiveRate(now);
+    if (m_render && length > h->headerLength) m_render(packet + h->headerLength, static_cast<uint32_t>(length - h->headerLength));
     return ZYN_S_OK;
 }
 

@@ -1,6 +1,8 @@
 // The send side of a flow: settings, ticks, frames and reports.
 #include "zyn/ZynMediaFlow.h"
 
+#include <algorithm>
+#include <cstring>
 #include <random>
 
 #include "mediasession/ZynMediaConfig.h"
@@ -22,6 +24,11 @@ constexpr uint64_t kReportIntervalMs = 1000;
 // The first byte of an Opus packet (RFC 6716, 3.1): configuration 31 (CELT only, fullband, 20 ms),
 // mono, one frame. The frame bytes that follow are the engine's simulated content.
 constexpr uint8_t kOpusCeltFullband20ms = 31 << 3;
+// The largest frame a profile makes (sharing's 6000 bytes).
+constexpr uint32_t kMaxFrame = 6000;
+// Muted audio keeps the stream alive with one silence frame in twenty: every 400 ms at 20 ms
+// frames, as discontinuous transmission does.
+constexpr uint32_t kMutedFrameInterval = 20;
 
 uint32_t Random32()
 {
@@ -66,13 +73,15 @@ FlowProfile ProfileOf(ZynSessionType type)
 }
 
 MediaFlow::MediaFlow(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread,
-                     std::function<bool()> hasLocalTrack, std::string cname)
+                     std::function<SendSource()> sendSource, std::function<void(const uint8_t*, uint32_t)> render,
+                     std::string cname)
     : m_type(type),
       m_profile(ProfileOf(type)),
       m_clock(clock),
       m_cname(std::move(cname)),
       m_thread(std::move(mediaThread)),
-      m_hasLocalTrack(std::move(hasLocalTrack)),
+      m_sendSource(std::move(sendSource)),
+      m_render(std::move(render)),
       m_ssrc(Random32()),
       m_sequence(static_cast<uint16_t>(Random32())),
       m_timestamp(Random32()),
@@ -142,17 +151,18 @@ void MediaFlow::Tick()
 {
     if (m_profile.frameMs == 0) return;
     const uint64_t now = m_clock->NowMs();
-    const bool sending = m_hasLocalTrack && m_hasLocalTrack();
-    if (!sending) {
+    SendSource source = m_sendSource ? m_sendSource() : SendSource{};
+    if (!source.running || !source.sending) {
         m_sending = false;
     } else {
         if (!m_sending || now > m_nextFrameMs + kMaxFramesBehind * m_profile.frameMs) m_nextFrameMs = now;
         m_sending = true;
         while (m_nextFrameMs <= now) {
-            SendFrame();
+            SendFrame(source.capturer, source.muted);
             m_nextFrameMs += m_profile.frameMs;
         }
     }
+    if (source.capturer) source.capturer->Release();
     if (!m_reporting) {
         m_reporting = true;
         m_lastReportMs = now;
@@ -163,15 +173,30 @@ void MediaFlow::Tick()
     }
 }
 
-void MediaFlow::SendFrame()
+void MediaFlow::SendFrame(IZynMediaFileCapturer* capturer, bool muted)
 {
     std::lock_guard<std::mutex> sending(m_sendMutex);
-    uint32_t left = m_profile.bytesPerFrame;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_timestamp += static_cast<uint32_t>(uint64_t{m_sendClockRate} * m_profile.frameMs / 1000);
     }
     if (!m_transport) return;
+    uint8_t frame[kMaxFrame];
+    uint32_t left = m_profile.bytesPerFrame;
+    const uint8_t* bytes = nullptr;  // null: the synthetic pattern
+    if (muted) {
+        // Discontinuous transmission: a silence frame every kMutedFrameInterval frames.
+        if (m_mutedFrames++ % kMutedFrameInterval != 0) return;
+        static const uint8_t kSilence[] = {0xF8, 0xFF, 0xFE};
+        bytes = kSilence;
+        left = sizeof kSilence;
+    } else {
+        m_mutedFrames = 0;
+        if (capturer) {
+            left = capturer->ReadPayload(frame, std::min<uint32_t>(left, sizeof frame));
+            bytes = frame;
+        }
+    }
     while (left > 0) {
         const uint32_t payload = left < m_profile.maxPayload ? left : m_profile.maxPayload;
         left -= payload;
@@ -186,11 +211,17 @@ void MediaFlow::SendFrame()
             h.timestamp = m_timestamp;
             h.ssrc = m_ssrc;
             n = zynrtp::WriteRtpHeader(h, packet, sizeof(packet));
-            for (uint32_t i = 0; i < payload; ++i) packet[n + i] = static_cast<uint8_t>(h.sequence + i);
-            // A far end with a real Opus decoder refuses a packet whose first byte is no valid
-            // table of contents; any frame bytes after a good one decode.
-            if (m_sendCodecType == ZynCodecType_OPUS && payload > 0 && m_profile.frameMs == 20)
-                packet[n] = kOpusCeltFullband20ms;
+            if (bytes) {
+                // A file's bytes (or the muted mode's silence frame) go as they are.
+                std::memcpy(packet + n, bytes, payload);
+                bytes += payload;
+            } else {
+                for (uint32_t i = 0; i < payload; ++i) packet[n + i] = static_cast<uint8_t>(h.sequence + i);
+                // A far end with a real Opus decoder refuses a packet whose first byte is no valid
+                // table of contents; any frame bytes after a good one decode.
+                if (m_sendCodecType == ZynCodecType_OPUS && payload > 0 && m_profile.frameMs == 20)
+                    packet[n] = kOpusCeltFullband20ms;
+            }
             n += payload;
             m_streams.OnSent(h.payloadType, m_sendClockRate, h.sequence, n);
             m_payloadOctetsSent += payload;

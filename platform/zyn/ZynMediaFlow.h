@@ -35,12 +35,22 @@ struct FlowProfile {
 // Opus-like audio at 32 kbit/s, 30 fps video at about 600 kbit/s, 5 fps sharing.
 FlowProfile ProfileOf(ZynSessionType type);
 
+// What the session's local track wants sent at a tick.
+struct SendSource {
+    bool running = false;  // a local track runs
+    bool sending = false;  // ... and its data is not held back
+    bool muted = false;    // audio in the muted mode
+    IZynMediaFileCapturer* capturer = nullptr;  // one reference, or null: the payload's bytes
+};
+
 class MediaFlow : public CCmTimerWrapperIDSink {
 public:
-    // hasLocalTrack is asked on each tick: frames are made only while a local track runs. Without a
+    // sendSource is asked on each tick: frames are made only while a local track runs and sends.
+    // render takes the payload of every RTP packet received (under the flow's lock). Without a
     // media thread nothing ticks but the owner's calls to Tick. cname goes into every report.
     MediaFlow(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread,
-              std::function<bool()> hasLocalTrack, std::string cname);
+              std::function<SendSource()> sendSource, std::function<void(const uint8_t*, uint32_t)> render,
+              std::string cname);
     ~MediaFlow() override;
 
     void SetTransport(IZynMediaTransport* transport);
@@ -60,7 +70,9 @@ public:
     void OnTimer(CCmTimerWrapperID* id) override;
 
 private:
-    void SendFrame();
+    // One frame: the capturer's next bytes, or the synthetic pattern; muted audio sends the short
+    // silence frame of the muted mode.
+    void SendFrame(IZynMediaFileCapturer* capturer, bool muted);
     void SendReport(uint64_t nowMs);
     // Under m_mutex.
     uint32_t ReceiveClockRate(uint8_t payloadType) const;
@@ -83,7 +95,8 @@ private:
     IZynClock* const m_clock;
     const std::string m_cname;
     std::shared_ptr<ACmThread> m_thread;
-    std::function<bool()> m_hasLocalTrack;
+    std::function<SendSource()> m_sendSource;
+    std::function<void(const uint8_t*, uint32_t)> m_render;
     CCmTimerWrapperID m_timer;  // media thread
 
     // Held while a packet goes to the transport, never taken under m_mutex: the transport may hand
@@ -114,6 +127,7 @@ private:
 
     // Touched only by Tick.
     bool m_sending = false;  // a local track ran at the last tick
+    uint32_t m_mutedFrames = 0;  // frames since the last silence frame while muted
     uint64_t m_nextFrameMs = 0;
     bool m_reporting = false;
     uint64_t m_lastReportMs = 0;

@@ -1,5 +1,7 @@
 #include "zyn/ZynSession.h"
 
+#include "zyn/ZynTrack.h"
+
 #include <openssl/crypto.h>
 
 #include <algorithm>
@@ -7,11 +9,13 @@
 
 namespace zynsim {
 
-Session::Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname)
-    : m_type(type)
+Session::Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname,
+                 std::shared_ptr<VolumeState> capture)
+    : m_type(type), m_capture(std::move(capture))
 {
     m_flow = std::make_unique<MediaFlow>(
-        type, clock, std::move(mediaThread), [this] { return HasRunningLocalTrack(); }, std::move(cname));
+        type, clock, std::move(mediaThread), [this] { return GetSendSource(); },
+        [this](const uint8_t* data, uint32_t length) { RenderPayload(data, length); }, std::move(cname));
 }
 
 Session::~Session()
@@ -21,13 +25,39 @@ Session::~Session()
     for (IZynMediaTrack* t : m_tracks) t->Release();
 }
 
-bool Session::HasRunningLocalTrack()
+SendSource Session::GetSendSource()
 {
+    SendSource source;
     std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_stopped) return false;
-    for (IZynMediaTrack* t : m_tracks)
-        if (t->GetKind() < ZynTrack_RemoteAudio && t->IsStarted()) return true;
-    return false;
+    if (m_stopped) return source;
+    for (IZynMediaTrack* t : m_tracks) {
+        auto* track = static_cast<Track*>(t);
+        if (!track->IsLocal() || !track->IsStarted()) continue;
+        source.running = true;
+        // Held back data sends nothing; a muted microphone sends the muted mode's silence.
+        source.sending = track->IsSendingData();
+        const bool audio = m_type == ZynSessionType_Audio || m_type == ZynSessionType_AudioSlide;
+        source.muted = audio && ((m_capture && m_capture->muted.load()) || track->IsExternalMuted());
+        source.capturer = track->TakeCapturer();
+        break;
+    }
+    return source;
+}
+
+void Session::RenderPayload(const uint8_t* data, uint32_t length)
+{
+    IZynMediaFileRenderer* renderer = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (IZynMediaTrack* t : m_tracks) {
+            auto* track = static_cast<Track*>(t);
+            if (track->IsLocal() || !track->IsStarted()) continue;
+            if ((renderer = track->TakeRenderer())) break;
+        }
+    }
+    if (!renderer) return;
+    renderer->RenderPayload(data, length);
+    renderer->Release();
 }
 
 ZynResult Session::ReceiveRTPPacket(const uint8_t* data, uint32_t length) { return m_flow->ReceiveRtp(data, length); }
@@ -76,6 +106,8 @@ ZynResult Session::GetFlowStatistics(ZynFlowStatistics& stats)
 ZynResult Session::AddTrack(IZynMediaTrack* track)
 {
     if (!track) return ZYN_E_POINTER;
+    // Only this engine's tracks: the flow reads their send state.
+    if (!dynamic_cast<Track*>(track)) return ZYN_E_INVALIDARG;
     std::lock_guard<std::mutex> lock(m_mutex);
     if (std::find(m_tracks.begin(), m_tracks.end(), track) != m_tracks.end()) return ZYN_E_DUPLICATE;
     track->AddRef();

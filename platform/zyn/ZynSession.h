@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "zyn/ZynMediaFlow.h"
+#include "zyn/ZynMediaIo.h"
 #include "zyn/ZynObject.h"
 
 namespace zynsim {
@@ -13,7 +14,9 @@ namespace zynsim {
 class Session final : public RefCounted<IZynMediaSession> {
 public:
     // Without a media thread the session moves only when the engine's owner runs Tick.
-    Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname);
+    // capture: the engine's capture level, which mutes local audio.
+    Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThread> mediaThread, std::string cname,
+            std::shared_ptr<VolumeState> capture);
     ~Session() override;
 
     ZynSessionType GetSessionType() override { return m_type; }
@@ -56,7 +59,9 @@ private:
     IZynMediaTransport* m_transport = nullptr;  // not owned; guarded by m_mutex
     bool m_stopped = false;                     // guarded by m_mutex
     OptionStore m_options;
-    bool HasRunningLocalTrack();
+    SendSource GetSendSource();
+    void RenderPayload(const uint8_t* data, uint32_t length);
+    const std::shared_ptr<VolumeState> m_capture;
     ZynResult SetSrtpCrypto(const void* value, uint32_t size);
 
     // Copies of the last accepted keys, send and receive, that option 6 reads back through; wiped

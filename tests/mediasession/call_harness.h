@@ -15,12 +15,42 @@
 #include "line/MediaConnectionInfo.h"
 #include "mediasession/ZynMediaConfig.h"
 #include "mediasession/ZynMediaConnection.h"
+#include "mediasession/ZynMediaTrack.h"
 #include "test_support.h"
 
 namespace mstest {
 
 // One side: its descriptions and every status each line reported.
 struct CallSink : IZynMediaConnectionSink {
+    struct Ready {
+        unsigned long mid;
+        ZynDirection direction;
+        ZynSessionType type;
+        IZynMediaTrackBase* track;  // one reference, released with the sink
+    };
+    ~CallSink() override
+    {
+        for (Ready& r : ready)
+            if (r.track) r.track->Release();
+    }
+    // Every track is kept; local ones start at once unless the test starts them itself.
+    void OnMediaReady(unsigned long mid, ZynDirection direction, ZynSessionType type, IZynMediaTrackBase* track) override
+    {
+        if (track) track->AddRef();
+        if (track && direction == ZynDirection_Send && startLocalTracks) track->Start(false);
+        if (track && direction == ZynDirection_Recv) track->Start(false);
+        std::lock_guard<std::mutex> lock(mutex);
+        ready.push_back({mid, direction, type, track});
+        changed.notify_all();
+    }
+    // The kept track of a line and direction, or null.
+    IZynMediaTrackBase* Track(unsigned long mid, ZynDirection direction)
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        for (Ready& r : ready)
+            if (r.mid == mid && r.direction == direction) return r.track;
+        return nullptr;
+    }
     void OnSDPReady(ZynSdpType type, const char* sdp) override
     {
         std::lock_guard<std::mutex> lock(mutex);
@@ -62,6 +92,8 @@ struct CallSink : IZynMediaConnectionSink {
     std::string offer, answer;
     std::map<unsigned long, std::vector<int>> statuses;
     std::vector<int> errors;
+    std::vector<Ready> ready;
+    bool startLocalTracks = true;
 };
 
 struct CallLine {
@@ -72,9 +104,12 @@ struct CallLine {
 // Both connections with the same settings; `configure` runs on each before the offer.
 class CallPair {
 public:
-    CallPair(std::vector<CallLine> lines, const std::function<void(zyn::CMediaConnection&)>& configure)
+    // startOffererTracks false: A's local tracks wait for the test to start them.
+    CallPair(std::vector<CallLine> lines, const std::function<void(zyn::CMediaConnection&)>& configure,
+             bool startOffererTracks = true)
         : m_lines(std::move(lines))
     {
+        sink[0].startLocalTracks = startOffererTracks;
         for (int i = 0; i < 2; ++i) {
             CreateMediaConnection(&m_conn[i], static_cast<unsigned int>(100 + i));
             m_impl[i] = static_cast<zyn::CMediaConnection*>(m_conn[i]);

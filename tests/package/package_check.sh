@@ -70,6 +70,7 @@ f include/mediasession/ZynMediaEngine.h
 f include/mediasession/ZynMediaConnection.h
 f include/mediasession/ZynMediaConfig.h
 f include/mediasession/ZynDefines.h
+f include/mediasession/ZynMediaTrack.h
 f $libdir/cmake/mediasession/mediasessionConfig.cmake
 f $libdir/cmake/mediasession/mediasessionConfigVersion.cmake
 f $libdir/cmake/mediasession/mediasessionTargets.cmake

@@ -4,6 +4,7 @@
 #include "mediasession/ZynDiagnostics.h"
 #include "mediasession/ZynGlobalServices.h"
 #include "mediasession/ZynMediaConnection.h"
+#include "mediasession/ZynMediaTrack.h"
 
 extern "C" {
 

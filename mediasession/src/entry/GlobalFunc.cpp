@@ -1,4 +1,5 @@
 // Exported entry points: engine start and stop, connection factories, call ids.
+#include "track/TrackDelete.h"
 #include <random>
 
 #include "connection/MediaConnection.h"
@@ -34,6 +35,8 @@ public:
     {
         MS_INFO_TRACE("UnInitMediaEngineEvent, g_uMainThreadUninited=" << g_uMainThreadUninited);
         g_uMainThreadUninited = 1;
+        // Tracks and engine tracks still waiting out their second go now, before the timers do.
+        zyn::CTimerDeleteRegistry::Instance().Flush();
         ZynUninit();
         UnInitProxy();
         CCmThreadManager::CleanupOnlyOne();

@@ -15,22 +15,24 @@ namespace zyn {
 namespace {
 
 // Announces a ready track to the application on the main thread. The event holds the connection
-// so that it outlives the hop; a dropped event (engine going down) only releases it.
+// and the track, so that both outlive the hop; a dropped event (engine going down) only releases.
 class CMediaReadyEvent final : public ICmEvent {
 public:
-    CMediaReadyEvent(CMediaConnection* connection, unsigned long mid, ZynDirection direction, ZynSessionType type)
-        : m_connection(connection), m_mid(mid), m_direction(direction), m_type(type)
+    CMediaReadyEvent(CMediaConnection* connection, unsigned long mid, ZynDirection direction, ZynSessionType type,
+                     CMediaTrack* track)
+        : m_connection(connection), m_track(track), m_mid(mid), m_direction(direction), m_type(type)
     {
     }
     CmResult OnEventFire() override
     {
         if (IZynMediaConnectionSink* sink = m_connection->GetSink())
-            sink->OnMediaReady(m_mid, m_direction, m_type, nullptr);
+            sink->OnMediaReady(m_mid, m_direction, m_type, m_track.get());
         return CM_OK;
     }
 
 private:
     CMediaConnectionPtr m_connection;
+    CZynAutoPtr<CMediaTrack> m_track;
     unsigned long m_mid;
     ZynDirection m_direction;
     ZynSessionType m_type;
@@ -139,44 +141,127 @@ ZynResult CMediaConnectionInfo::CreateSession()
     return ZYN_S_OK;
 }
 
-ZynTrackKind CMediaConnectionInfo::LocalTrackKind() const
-{
-    switch (m_type) {
-    case ZynSessionType_Audio: return ZynTrack_AudioLocal;
-    case ZynSessionType_AudioSlide: return ZynTrack_AudioSlideLocal;
-    case ZynSessionType_ScreenShare: return ZynTrack_ScreenShareLocal;
-    default: return ZynTrack_VideoLocal;
-    }
-}
-
 ZynResult CMediaConnectionInfo::CreateLocalZynSession(bool notify)
 {
     if (m_pLocalTrack && !notify) return ZYN_S_FALSE;
-    if (!m_pLocalTrack) {
-        IZynMediaEngineInternal* engine = m_sink ? m_sink->GetEngine() : nullptr;
-        if (!engine || !m_pZynSession) return ZYN_E_WRONGSTATE;
-        IZynMediaTrack* track = nullptr;
-        ZynResult r = engine->CreateTrack(LocalTrackKind(), &track);
-        if (!ZYN_SUCCEEDED(r)) return r;
-        track->SetLabel(m_localCsi);
-        r = m_pZynSession->AddTrack(track);
+    CZynAutoPtr<CMediaTrack> track;
+    if (m_pLocalTrack) {
+        CMediaTrack* first = nullptr;
+        m_pLocalTrack->QueryTrack(0, &first);
+        track = CZynAutoPtr<CMediaTrack>(first, false);
+    } else {
+        track = CZynAutoPtr<CMediaTrack>(new CMediaTrack(this, GetIdentityCallId()));
+        const ZynResult r = InitLocalTrack(track.get());
         if (!ZYN_SUCCEEDED(r)) {
-            track->Release();
+            track->UnInit();
             return r;
         }
-        m_pLocalTrack = track;
-        MS_INFO_TRACE("CMediaConnectionInfo::CreateLocalZynSession, local track=" << static_cast<void*>(track)
+        m_pLocalTrack = std::make_unique<CMediaTrackMgr>(TT_MAIN);
+        m_pLocalTrack->Push(0, track.get());
+        ApplyAllLocalTrackOptions();
+        MS_INFO_TRACE("CMediaConnectionInfo::CreateLocalZynSession, local track=" << static_cast<void*>(track.get())
                                                                                   << LINE_TAIL);
     }
-    if (notify) PostMediaReady(ZynDirection_Send);
+    if (notify && track) PostMediaReady(ZynDirection_Send, track.get());
     return ZYN_S_OK;
 }
 
-void CMediaConnectionInfo::PostMediaReady(ZynDirection direction)
+ZynResult CMediaConnectionInfo::InitLocalTrack(CMediaTrack* track)
+{
+    IZynMediaEngineInternal* engine = m_sink ? m_sink->GetEngine() : nullptr;
+    if (!engine || !m_pZynSession) return ZYN_E_WRONGSTATE;
+    const CBaseConfig::CFileCapture& file = GetConfig().GetFileCapture();
+    const bool fromFile = file.enabled && !file.path.empty();
+    ZynResult r = track->Init(engine, m_type, ZynDirection_Send, fromFile,
+                              fromFile ? ZynSourceType_File : ZynSourceType_Device, 0);
+    if (!ZYN_SUCCEEDED(r)) return r;
+    track->GetTrack()->SetLabel(m_localCsi);
+    r = m_pZynSession->AddTrack(track->GetTrack());
+    if (!ZYN_SUCCEEDED(r)) return r;
+    if (fromFile) {
+        r = track->createFileCapturer(file.path.c_str(), file.loop);
+        if (!ZYN_SUCCEEDED(r)) {
+            MS_ERROR_TRACE("CMediaConnectionInfo::InitLocalTrack, file capture failed, path=" << file.path
+                           << ", result=" << r << LINE_TAIL);
+            m_pZynSession->RemoveTrack(track->GetTrack());
+            return r;
+        }
+    }
+    return ZYN_S_OK;
+}
+
+IZynMediaTrack* CMediaConnectionInfo::GetLocalEngineTrack()
+{
+    CZynAutoPtr<CMediaTrack> track = GetLocalTrack();
+    return track ? track->GetTrack() : nullptr;
+}
+
+CZynAutoPtr<CMediaTrack> CMediaConnectionInfo::GetLocalTrack()
+{
+    if (!m_pLocalTrack) return {};
+    CZynAutoPtr<CMediaTrack> last;
+    for (int vid : m_pLocalTrack->GetVids()) {
+        CMediaTrack* t = nullptr;
+        m_pLocalTrack->QueryTrack(vid, &t);
+        if (!t) continue;
+        last = CZynAutoPtr<CMediaTrack>(t, false);
+        if (t->isStarted()) break;
+    }
+    return last;
+}
+
+CZynAutoPtr<CMediaTrack> CMediaConnectionInfo::GetVideoRemoteTrack(int vid)
+{
+    CMediaTrack* t = nullptr;
+    if (m_pRemoteTrack) m_pRemoteTrack->QueryTrack(vid, &t);
+    return CZynAutoPtr<CMediaTrack>(t, false);
+}
+
+CZynAutoPtr<CMediaTrack> CMediaConnectionInfo::GetAudioRemoteTrack() { return GetVideoRemoteTrack(0); }
+
+CZynAutoPtr<CMediaTrack> CMediaConnectionInfo::GetMainVideoRemoteTrack()
+{
+    if (!m_pRemoteTrack) return {};
+    // The active speaker's stream on a multistream line, the single stream otherwise.
+    constexpr int32_t kActiveSpeakerPolicy = 2;
+    CMediaTrack* t = nullptr;
+    if (m_bMultistream && ZYN_SUCCEEDED(m_pRemoteTrack->QueryTrackByPolicy(&t, kActiveSpeakerPolicy)))
+        return CZynAutoPtr<CMediaTrack>(t, false);
+    return GetVideoRemoteTrack(0);
+}
+
+ZynResult CMediaConnectionInfo::ApplyLocalTrackOption(LocalTrackOption option)
+{
+    if (!option) return ZYN_E_INVALIDARG;
+    if (IZynMediaTrack* track = GetLocalEngineTrack()) return option(track);
+    m_pendingLocalOptions.push_back(std::move(option));
+    return ZYN_S_OK;
+}
+
+ZynResult CMediaConnectionInfo::ApplyAllLocalTrackOptions()
+{
+    IZynMediaTrack* track = GetLocalEngineTrack();
+    if (!track) return ZYN_E_NOTRACK;
+    std::vector<LocalTrackOption> pending;
+    pending.swap(m_pendingLocalOptions);
+    MS_INFO_TRACE("CMediaConnectionInfo::ApplyAllLocalTrackOptions count=" << pending.size() << LINE_TAIL);
+    for (LocalTrackOption& option : pending) option(track);
+    return ZYN_S_OK;
+}
+
+void CMediaConnectionInfo::SetMutedStatus(bool muted)
+{
+    if (!m_pZynSession) return;
+    // Session option 24: the engine tells the far end that the local media is muted.
+    const uint8_t value = muted ? 1 : 0;
+    m_pZynSession->SetOption(24, &value, 1);
+}
+
+void CMediaConnectionInfo::PostMediaReady(ZynDirection direction, CMediaTrack* track)
 {
     ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
     ICmEventQueue* queue = main ? main->GetEventQueue() : nullptr;
-    if (queue && m_sink) queue->PostEvent(new CMediaReadyEvent(m_sink, m_mid, direction, m_type));
+    if (queue && m_sink) queue->PostEvent(new CMediaReadyEvent(m_sink, m_mid, direction, m_type, track));
 }
 
 void CMediaConnectionInfo::PortRangeOf(ZynSessionType type, uint16_t& minPort, uint16_t& maxPort)
@@ -353,8 +438,8 @@ ZynResult CMediaConnectionInfo::Disconnect_i(bool cleanup, bool stopListen)
 
 void CMediaConnectionInfo::Stop()
 {
-    if (m_pLocalTrack) m_pLocalTrack->Stop();
-    for (IZynMediaTrack* track : m_remoteTracks) track->Stop();
+    if (m_pLocalTrack) m_pLocalTrack->StopTracks(false);
+    if (m_pRemoteTrack) m_pRemoteTrack->StopTracks(true);
     if (m_pZynSession) {
         m_pZynSession->SetTransport(nullptr);
         int32_t ignored = 0;
@@ -381,13 +466,9 @@ void CMediaConnectionInfo::Cleanup()
         });
     else
         m_iceConnector.Set(nullptr);
-    if (m_pLocalTrack) {
-        if (m_pZynSession) m_pZynSession->RemoveTrack(m_pLocalTrack);
-        m_pLocalTrack->Uninit();
-        m_pLocalTrack->Release();
-        m_pLocalTrack = nullptr;
-    }
-    ReleaseRemoteTracks();
+    ReleaseTracks(m_pLocalTrack);
+    ReleaseTracks(m_pRemoteTrack);
+    m_pendingLocalOptions.clear();
     if (m_pZynSession) {
         m_pZynSession->SetTransport(nullptr);
         m_pZynSession->Release();
@@ -396,6 +477,22 @@ void CMediaConnectionInfo::Cleanup()
     m_eqNetwork = nullptr;
     m_networkThread = nullptr;
     m_sink = nullptr;
+}
+
+void CMediaConnectionInfo::ReleaseTracks(std::unique_ptr<CMediaTrackMgr>& tracks)
+{
+    if (!tracks) return;
+    for (int vid : tracks->GetVids()) {
+        m_vidHasTrack[vid].store(false, std::memory_order_release);
+        CMediaTrack* t = nullptr;
+        tracks->QueryTrack(vid, &t);
+        if (!t) continue;
+        if (m_pZynSession && t->GetTrack()) m_pZynSession->RemoveTrack(t->GetTrack());
+        t->Release();
+    }
+    // The application may still hold a track: it outlives the line, detached.
+    tracks->Clear();
+    tracks.reset();
 }
 
 }  // namespace zyn

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -27,6 +28,7 @@
 #include "tp/CmString.h"
 #include "tp/CmThread.h"
 #include "tp/CmTimerWrapperID.h"
+#include "track/MediaTrackMgr.h"
 #include "util/CmTrace.h"
 #include "zyn/ZynEngineApi.h"
 
@@ -51,7 +53,22 @@ public:
     // Makes the remote tracks once (six on audio, one on audio slide, one per subscribed source
     // on video and share) and announces them; a renegotiation makes none, a failover re-arms.
     ZynResult CreateRemoteZynSession(IZynMediaEngineInternal* engine, bool failover);
-    size_t GetRemoteTrackCount() const { return m_remoteTracks.size(); }
+    size_t GetRemoteTrackCount() const { return m_pRemoteTrack ? m_pRemoteTrack->GetCount() : 0; }
+    // Tracks, each with one reference (empty when there is none). The local one: the first
+    // started in vid order, else the last visited.
+    CZynAutoPtr<CMediaTrack> GetLocalTrack();
+    CZynAutoPtr<CMediaTrack> GetAudioRemoteTrack();
+    CZynAutoPtr<CMediaTrack> GetVideoRemoteTrack(int vid);
+    CZynAutoPtr<CMediaTrack> GetMainVideoRemoteTrack();
+    // Makes the engine track of a new local track, attaches it, and the file capturer where a
+    // file path is set.
+    ZynResult InitLocalTrack(CMediaTrack* track);
+    // Runs option on the local engine track, or keeps it until there is one.
+    using LocalTrackOption = std::function<ZynResult(IZynMediaTrack*)>;
+    ZynResult ApplyLocalTrackOption(LocalTrackOption option);
+    ZynResult ApplyAllLocalTrackOptions();
+    // The muted state of the local media, for the engine session.
+    void SetMutedStatus(bool muted);
 
     // Chooses ports and collects candidates on the network thread, waiting for it; then, once the
     // certificate exists where DTLS needs one, reports onPortSelected to the connection.
@@ -140,6 +157,8 @@ public:
     static constexpr int32_t kSessionOptionSendCsrc = 2005;
     static constexpr int32_t kSessionOptionFec = 2006;
     static constexpr int32_t kSessionOptionBandwidthRollback = 2009;
+    // A file path given after the tracks exist takes effect on them at once.
+    ZynResult OnFileConfigChanged(EMediaConfigItem item);
 
     // The configuration of the line's kind; the other three exist and stay unused.
     CBaseConfig& GetConfig();
@@ -199,8 +218,8 @@ public:
     int32_t GetDirection() const { return m_nDirection; }
     void SetDirection(int32_t direction) { m_nDirection = direction; }
     IZynMediaSession* GetZynSession() const { return m_pZynSession; }
-    IZynMediaTrack* GetLocalEngineTrack() const { return m_pLocalTrack; }
-    IZynMediaTrack* GetRemoteEngineTrack(size_t vid) const { return vid < m_remoteTracks.size() ? m_remoteTracks[vid] : nullptr; }
+    // The engine track under the local track, without a reference (null when none).
+    IZynMediaTrack* GetLocalEngineTrack();
     int GetThreadType() const { return m_nThreadType; }
     int GetMaxSources() const { return m_maxSources; }
     bool GetCVOSend() const { return m_bCVOSend; }
@@ -223,13 +242,12 @@ private:
         return query(*m_sink);
     }
     ZynResult CreateSession();
-    ZynResult CreateRemoteTracks(IZynMediaEngineInternal* engine, ZynTrackKind kind, int count);
-    void PostMediaReady(ZynDirection direction);
-    void ReleaseRemoteTracks();
+    ZynResult CreateRemoteTracks(IZynMediaEngineInternal* engine, int count);
+    void PostMediaReady(ZynDirection direction, CMediaTrack* track);
+    void ReleaseTracks(std::unique_ptr<CMediaTrackMgr>& tracks);
     ZynResult CreateConnector();
     // Listening ends when the certificate (with DTLS) and the servers' candidates are there.
     void OnListenStepDone();
-    ZynTrackKind LocalTrackKind() const;
     // Data plane (MediaConnectionInfoRtp.cpp), network thread.
     void ReceiveRTP(const uint8_t* data, uint32_t size);
     void ReceiveRTCP(const uint8_t* data, uint32_t size);
@@ -253,8 +271,11 @@ private:
     bool m_bCleaning = false;
     uint32_t m_localCsi = 0;
     IZynMediaSession* m_pZynSession = nullptr;  // one reference
-    IZynMediaTrack* m_pLocalTrack = nullptr;    // one reference
-    std::vector<IZynMediaTrack*> m_remoteTracks;  // one reference each, in vid order
+    std::unique_ptr<CMediaTrackMgr> m_pLocalTrack;   // the local track at vid 0
+    std::unique_ptr<CMediaTrackMgr> m_pRemoteTrack;  // remote tracks by vid
+    // Vids with a remote track, read per packet on the network thread without the manager's lock.
+    std::array<std::atomic<bool>, CMediaTrackMgr::kSlots> m_vidHasTrack{};
+    std::vector<LocalTrackOption> m_pendingLocalOptions;  // main thread
     ICmEventQueue* m_eqNetwork = nullptr;
     ACmThread* m_networkThread = nullptr;
     CIceConnectorWrapper m_iceConnector;

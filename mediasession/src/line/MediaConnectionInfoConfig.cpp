@@ -61,6 +61,8 @@ ZynResult CMediaConnectionInfo::OnMediaConfigChanged(EMediaConfigItem item)
         m_iceConnector.SetPortRange(minPort, maxPort);
         return ZYN_S_OK;
     }
+    case EMediaConfigItem::FileCapture:
+    case EMediaConfigItem::FileRender: return OnFileConfigChanged(item);
     case EMediaConfigItem::OverrideIP: {
         const CBaseConfig::COverrideAddress& address = config.GetOverrideAddress();
         m_iceConnector.SetOverrideIP(address.ip.c_str(), address.port);

@@ -168,16 +168,20 @@ void CMediaConnectionInfo::StartSendEvent()
         return;
     }
     if (!m_sink || !m_pLocalTrack) return;
-    // The local track starts sending once the path is there, when the line sends at all.
+    // Each local track sends once the path is there, when the line sends at all; a track the
+    // application has not started still sends nothing.
+    if ((m_nDirection & ZynDirection_Send) == 0) return;
     CMediaConnectionPtr connection(m_sink);
-    IZynMediaTrack* track = m_pLocalTrack;
-    track->AddRef();
-    const bool sends = (m_nDirection & ZynDirection_Send) != 0;
-    CmInvokeInThread(main, true, [connection, track, sends] {
-        if (sends && !track->IsStarted()) track->Start();
-        track->Release();
-        return CM_OK;
-    });
+    for (int vid : m_pLocalTrack->GetVids()) {
+        CMediaTrack* raw = nullptr;
+        m_pLocalTrack->QueryTrack(vid, &raw);
+        if (!raw) continue;
+        CZynAutoPtr<CMediaTrack> track(raw, false);
+        CmInvokeInThread(main, true, [connection, track] {
+            track->SessionConnected();
+            return CM_OK;
+        });
+    }
 }
 
 void CMediaConnectionInfo::OnDisconnect(CmResult reason, ICmTransport* transport)

@@ -131,8 +131,7 @@ void CMediaConnectionInfo::ReceiveRTP(const uint8_t* data, uint32_t size)
     // under the CSI that means none.
     const uint8_t vid = 0;
     m_vidReceived[vid].fetch_add(1, std::memory_order_relaxed);
-    IZynMediaTrack* track = GetRemoteEngineTrack(vid);
-    if (!track) {
+    if (!m_vidHasTrack[vid].load(std::memory_order_acquire)) {
         if (EveryNth(s_noVid, 1000))
             MS_DETAIL_TRACE("CMediaConnectionInfo::ReceiveRTP, invalidate vid=" << static_cast<int>(vid) << LINE_TAIL);
         return;

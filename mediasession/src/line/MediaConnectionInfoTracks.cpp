@@ -24,7 +24,7 @@ ZynResult CMediaConnectionInfo::CreateRemoteZynSession(IZynMediaEngineInternal* 
         CM_ASSERT_REPORT("pEngine");
         return ZYN_E_INVALIDARG;
     }
-    if (!m_remoteTracks.empty()) {
+    if (m_pRemoteTrack && m_pRemoteTrack->GetCount() > 0) {
         if (failover && m_pZynSession) {
             m_pZynSession->Failover();
             MS_INFO_TRACE("CMediaConnectionInfo::CreateRemoteZynSession, renegotiation." << LINE_TAIL);
@@ -38,47 +38,85 @@ ZynResult CMediaConnectionInfo::CreateRemoteZynSession(IZynMediaEngineInternal* 
     const int subscribeCount = std::min(m_maxSources, sources);
     MS_INFO_TRACE("CMediaConnectionInfo::CreateRemoteZynSession, subscribeCount=" << subscribeCount << LINE_TAIL);
     switch (m_type) {
-    case ZynSessionType_Audio: return CreateRemoteTracks(engine, ZynTrack_RemoteAudio, kAudioRemoteTracks);
-    case ZynSessionType_AudioSlide: return CreateRemoteTracks(engine, ZynTrack_RemoteAudio, kAudioSlideRemoteTracks);
-    case ZynSessionType_Video: return CreateRemoteTracks(engine, ZynTrack_RemoteVideo, subscribeCount);
-    case ZynSessionType_ScreenShare: return CreateRemoteTracks(engine, ZynTrack_RemoteScreenShare, subscribeCount);
+    case ZynSessionType_Audio: return CreateRemoteTracks(engine, kAudioRemoteTracks);
+    case ZynSessionType_AudioSlide: return CreateRemoteTracks(engine, kAudioSlideRemoteTracks);
+    case ZynSessionType_Video:
+    case ZynSessionType_ScreenShare: return CreateRemoteTracks(engine, subscribeCount);
     default: return ZYN_S_OK;
     }
 }
 
-ZynResult CMediaConnectionInfo::CreateRemoteTracks(IZynMediaEngineInternal* engine, ZynTrackKind kind, int count)
+ZynResult CMediaConnectionInfo::CreateRemoteTracks(IZynMediaEngineInternal* engine, int count)
 {
     if (!m_pZynSession) return ZYN_E_FAIL;
+    if (!m_pRemoteTrack) m_pRemoteTrack = std::make_unique<CMediaTrackMgr>(TT_MAIN);
+    const CBaseConfig::CFileRender& file = GetConfig().GetFileRender();
+    const bool toFile = file.enabled && !file.path.empty();
+    const bool audio = m_type == ZynSessionType_Audio || m_type == ZynSessionType_AudioSlide;
+    // The active-speaker policy of the subscriptions.
+    constexpr int32_t kActiveSpeakerPolicy = 2;
     for (int vid = 0; vid < count; ++vid) {
-        IZynMediaTrack* track = nullptr;
-        ZynResult r = engine->CreateTrack(kind, &track);
-        if (!ZYN_SUCCEEDED(r) || !track) {
+        CZynAutoPtr<CMediaTrack> track(new CMediaTrack(this, GetIdentityCallId()));
+        ZynResult r = track->Init(engine, m_type, ZynDirection_Recv, false, ZynSourceType_Remote, kActiveSpeakerPolicy);
+        if (!ZYN_SUCCEEDED(r) || !track->GetTrack()) {
             CM_ASSERT_REPORT("pRemote");
+            track->UnInit();
             return ZYN_E_POINTER;
         }
-        track->SetLabel(static_cast<uint32_t>(vid));
-        r = m_pZynSession->AddTrack(track);
+        track->GetTrack()->SetLabel(static_cast<uint32_t>(vid));
+        r = m_pZynSession->AddTrack(track->GetTrack());
         if (!ZYN_SUCCEEDED(r)) {
-            track->Release();
             CM_ASSERT_REPORT("ZYN_SUCCEEDED(cret)");
+            track->UnInit();
             return r;
         }
-        m_remoteTracks.push_back(track);
+        m_pRemoteTrack->Push(vid, track.get());
+        m_vidHasTrack[vid].store(true, std::memory_order_release);
+        // Audio renders the mix of its first track; video every stream.
+        if (toFile && (!audio || vid == 0)) {
+            r = track->createFileRenderer(file.path.c_str());
+            if (!ZYN_SUCCEEDED(r))
+                MS_ERROR_TRACE("CMediaConnectionInfo::CreateRemoteTracks, file render failed, path=" << file.path
+                               << ", result=" << r << LINE_TAIL);
+        }
         // Audio announces its one mixing track once; video each of its streams.
-        if (kind != ZynTrack_RemoteAudio) PostMediaReady(ZynDirection_Recv);
+        if (!audio) PostMediaReady(ZynDirection_Recv, track.get());
     }
-    if (kind == ZynTrack_RemoteAudio && count > 0) PostMediaReady(ZynDirection_Recv);
+    if (audio && count > 0) {
+        CZynAutoPtr<CMediaTrack> first = GetAudioRemoteTrack();
+        PostMediaReady(ZynDirection_Recv, first.get());
+    }
     return ZYN_S_OK;
 }
 
-void CMediaConnectionInfo::ReleaseRemoteTracks()
+ZynResult CMediaConnectionInfo::OnFileConfigChanged(EMediaConfigItem item)
 {
-    for (IZynMediaTrack* track : m_remoteTracks) {
-        if (m_pZynSession) m_pZynSession->RemoveTrack(track);
-        track->Uninit();
-        track->Release();
+    if (item == EMediaConfigItem::FileCapture && m_pLocalTrack) {
+        const CBaseConfig::CFileCapture& file = GetConfig().GetFileCapture();
+        CZynAutoPtr<CMediaTrack> track = GetLocalTrack();
+        if (!track) return ZYN_S_OK;
+        if (!file.enabled) {
+            track->releaseFileCapturer();
+            return ZYN_S_OK;
+        }
+        return track->createFileCapturer(file.path.c_str(), file.loop);
     }
-    m_remoteTracks.clear();
+    if (item == EMediaConfigItem::FileRender && m_pRemoteTrack) {
+        const CBaseConfig::CFileRender& file = GetConfig().GetFileRender();
+        const bool audio = m_type == ZynSessionType_Audio || m_type == ZynSessionType_AudioSlide;
+        for (int vid : m_pRemoteTrack->GetVids()) {
+            if (audio && vid != 0) continue;
+            CZynAutoPtr<CMediaTrack> track = GetVideoRemoteTrack(vid);
+            if (!track) continue;
+            if (!file.enabled) {
+                track->releaseFileRenderer();
+                continue;
+            }
+            const ZynResult r = track->createFileRenderer(file.path.c_str());
+            if (!ZYN_SUCCEEDED(r)) return r;
+        }
+    }
+    return ZYN_S_OK;
 }
 
 }  // namespace zyn

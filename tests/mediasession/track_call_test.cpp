@@ -1,0 +1,381 @@
+// Tracks through the public interface in a whole loopback call: the application's handle arrives
+// with OnMediaReady, and what it does with it is read at the far end's counters (B's line, which
+// counts every RTP packet and RTCP report it takes) or in the file B's renderer wrote.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <thread>
+
+#include "call_harness.h"
+#include "track/MediaTrack.h"
+#include "track/TrackDelete.h"
+
+namespace {
+
+using mstest::CallPair;
+using mstest::OnMain;
+using namespace std::chrono_literals;
+
+constexpr unsigned long kAudio = 0, kVideo = 1;
+
+std::string TempPath(const std::string& name)
+{
+    return testing::TempDir() + "track_call_" + std::to_string(::getpid()) + "_" + name;
+}
+
+std::vector<uint8_t> Pattern(size_t n, uint8_t seed)
+{
+    std::vector<uint8_t> out(n);
+    for (size_t i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(seed + i * 13 + i / 253);
+    return out;
+}
+
+void Write(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    std::ofstream f(path, std::ios::binary);
+    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::vector<uint8_t> Read(const std::string& path)
+{
+    std::ifstream f(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
+}
+
+// A 44-byte header of 8 kHz mono 16-bit PCM and `bytes` of samples.
+std::vector<uint8_t> Wav(size_t bytes)
+{
+    std::vector<uint8_t> out = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V', 'E', 'f', 'm', 't', ' ',
+                                16,  0,   0,   0,   1, 0, 1, 0, 0x40, 0x1F, 0, 0, 0x80, 0x3E, 0, 0,
+                                2,   0,   16,  0,   'd', 'a', 't', 'a', 0, 0, 0, 0};
+    const auto data = Pattern(bytes, 5);
+    out.insert(out.end(), data.begin(), data.end());
+    return out;
+}
+
+// Until pred holds or the bound passes, looking again every 20 ms (the sink's own wake-ups too).
+bool Eventually(mstest::CallSink& sink, const std::function<bool()>& pred, std::chrono::milliseconds bound = 15s)
+{
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (!pred()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        sink.Wait([] { return false; }, 20ms);
+    }
+    return true;
+}
+
+class TrackCallTest : public ::testing::Test {
+protected:
+    explicit TrackCallTest(std::vector<mstest::CallLine> lines = {{ZynSessionType_Audio, kAudio}, {ZynSessionType_Video, kVideo}})
+    {
+        call.emplace(std::move(lines), [](zyn::CMediaConnection&) {}, false);
+    }
+    // The tracks the sinks released wait out their second; the next test starts clean.
+    ~TrackCallTest() override
+    {
+        call.reset();
+        OnMain();
+        zyn::CTimerDeleteRegistry::Instance().Flush();
+    }
+    void Connect()
+    {
+        ASSERT_TRUE(call->Exchange());
+        ASSERT_TRUE(call->WaitAll(2)) << "a line never connected";
+    }
+    uint64_t FarRtp(unsigned long mid) { return call->Line(1, mid)->GetReceivedPackets(); }
+    // What B receives on the line over the next 1.5 s: 75 audio frames, 45 video frames of three
+    // packets each, while A sends.
+    uint64_t FarRtpOverAWhile(unsigned long mid)
+    {
+        const uint64_t before = FarRtp(mid);
+        const auto end = std::chrono::steady_clock::now() + 1500ms;
+        Eventually(call->sink[1], [&] { return std::chrono::steady_clock::now() >= end; });
+        return FarRtp(mid) - before;
+    }
+    IZynMediaTrackBase* Local(unsigned long mid) { return call->sink[0].Track(mid, ZynDirection_Send); }
+    ZynResult OnMainResult(const std::function<ZynResult()>& op)
+    {
+        ZynResult r = ZYN_E_FAIL;
+        OnMain([&] { r = op(); });
+        return r;
+    }
+
+    mstest::EngineScope engine;
+    std::optional<CallPair> call;
+};
+
+TEST_F(TrackCallTest, EveryLineHandsTheApplicationARealTrackEachWay)
+{
+    Connect();
+    for (int side = 0; side < 2; ++side) {
+        mstest::CallSink& sink = call->sink[side];
+        ASSERT_TRUE(Eventually(sink, [&] {
+            std::lock_guard<std::mutex> lock(sink.mutex);
+            return sink.ready.size() >= 4;
+        }));
+        for (unsigned long mid : {kAudio, kVideo}) {
+            for (ZynDirection direction : {ZynDirection_Send, ZynDirection_Recv}) {
+                SCOPED_TRACE(testing::Message() << "side " << side << " mid " << mid << " direction " << direction);
+                IZynMediaTrackBase* track = sink.Track(mid, direction);
+                ASSERT_NE(nullptr, track);
+                EXPECT_EQ(mid == kAudio ? ZynSessionType_Audio : ZynSessionType_Video, track->GetMediaType());
+                void* same = nullptr;
+                EXPECT_EQ(ZYN_S_OK, track->QueryInterface(ZYNIID_IZynMediaTrackBase, &same));
+                EXPECT_EQ(static_cast<void*>(track), same);
+                static_cast<IZynMediaTrackBase*>(same)->Release();
+                void* other = &same;
+                EXPECT_EQ(ZYN_E_NOINTERFACE, track->QueryInterface(ZYNIID_IZynMediaConnection, &other));
+                EXPECT_EQ(nullptr, other);
+                EXPECT_EQ(ZYN_E_POINTER, track->QueryInterface(ZYNIID_IZynMediaTrackBase, nullptr));
+                ZynMediaStatus status;
+                EXPECT_EQ(direction == ZynDirection_Send ? ZYN_E_FAIL : ZYN_S_OK, track->GetMediaStatus(status));
+            }
+        }
+    }
+}
+
+TEST_F(TrackCallTest, StartStopMuteAndUnmuteAreSeenAtTheFarEnd)
+{
+    Connect();
+    IZynMediaTrackBase* audio = Local(kAudio);
+    IZynMediaTrackBase* video = Local(kVideo);
+    ASSERT_TRUE(audio && video);
+    // Connected but not started: reports cross, media does not.
+    EXPECT_EQ(0u, FarRtpOverAWhile(kVideo));
+    EXPECT_EQ(0u, FarRtp(kAudio));
+    EXPECT_EQ(ZYN_S_FALSE, OnMainResult([&] { return video->Stop(); }));
+
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return audio->Start(false); }));
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return video->Start(false); }));
+    EXPECT_EQ(ZYN_S_OK, OnMainResult([&] { return video->Start(false); }));  // a second start does nothing
+    EXPECT_GT(FarRtpOverAWhile(kVideo), 60u);
+    EXPECT_GT(FarRtpOverAWhile(kAudio), 50u);
+
+    struct Step {
+        const char* name;
+        unsigned long mid;
+        std::function<ZynResult()> op;
+        ZynResult result;
+        uint64_t min, max;  // packets B receives over the next two reports
+    };
+    const Step steps[] = {
+        {"video mute", kVideo, [&] { return video->Mute(); }, ZYN_S_OK, 0, 0},
+        {"video mute again", kVideo, [&] { return video->Mute(); }, ZYN_E_FAIL, 0, 0},
+        {"video unmute", kVideo, [&] { return video->Unmute(); }, ZYN_S_OK, 60, 1000},
+        // One 3-byte silence frame every 400 ms.
+        {"audio mute", kAudio, [&] { return audio->Mute(); }, ZYN_S_OK, 2, 6},
+        {"audio unmute", kAudio, [&] { return audio->Unmute(); }, ZYN_S_OK, 50, 1000},
+        {"video stop", kVideo, [&] { return video->Stop(); }, ZYN_S_OK, 0, 0},
+        {"video start again", kVideo, [&] { return video->Start(false); }, ZYN_S_OK, 60, 1000},
+        {"audio stop", kAudio, [&] { return audio->Stop(); }, ZYN_S_OK, 0, 0},
+    };
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        EXPECT_EQ(step.result, OnMainResult(step.op));
+        // Packets on their way when the change came still arrive.
+        FarRtpOverAWhile(step.mid);
+        const uint64_t n = FarRtpOverAWhile(step.mid);
+        EXPECT_GE(n, step.min);
+        EXPECT_LE(n, step.max);
+    }
+}
+
+TEST_F(TrackCallTest, ATrackOutlivesItsCallAndDiesOnTheMainThreadASecondAfterItsLastRelease)
+{
+    Connect();
+    IZynMediaTrackBase* remote = call->sink[1].Track(kVideo, ZynDirection_Recv);
+    ASSERT_NE(nullptr, remote);
+    remote->AddRef();
+    OnMain([&] { call->Conn(1)->Stop(); });
+    OnMain();
+    // Detached from its line: answers, never touching the engine.
+    EXPECT_EQ(ZYN_E_POINTER, OnMainResult([&] { return remote->Start(false); }));
+    int vid = 7;
+    EXPECT_EQ(ZYN_E_POINTER, remote->GetVid(vid));
+    const int alive = ZynLiveObjectCount();
+    const size_t pending = zyn::CTimerDeleteRegistry::Instance().PendingCount();
+    const auto released = std::chrono::steady_clock::now();
+    std::thread([remote] { remote->Release(); }).join();
+    // The sink still holds one reference: not yet the last.
+    EXPECT_EQ(pending, zyn::CTimerDeleteRegistry::Instance().PendingCount());
+    IZynMediaTrackBase* last = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(call->sink[1].mutex);
+        for (auto& r : call->sink[1].ready)
+            if (r.track == remote) std::swap(last, r.track);
+    }
+    ASSERT_EQ(remote, last);
+    std::thread([last] { last->Release(); }).join();
+    OnMain();
+    EXPECT_EQ(pending + 1, zyn::CTimerDeleteRegistry::Instance().PendingCount());
+    EXPECT_EQ(alive, ZynLiveObjectCount()) << "destroyed at once";
+    // The engine track under it goes with it.
+    ASSERT_TRUE(Eventually(call->sink[1], [&] { return ZynLiveObjectCount() < alive; }, 5s));
+    const auto waited = std::chrono::steady_clock::now() - released;
+    EXPECT_GE(waited, 1000ms);
+    EXPECT_LT(waited, 3000ms);
+}
+
+class FileCallTest : public TrackCallTest {
+protected:
+    FileCallTest()
+    {
+        call.reset();
+        call.emplace(std::vector<mstest::CallLine>{{ZynSessionType_Audio, kAudio}, {ZynSessionType_Video, kVideo}},
+                     [](zyn::CMediaConnection&) {}, true);
+    }
+};
+
+TEST_F(FileCallTest, AFileSentOverDtlsSrtpArrivesByteForByte)
+{
+    struct Row {
+        const char* name;
+        unsigned long mid;
+        std::string file;
+        std::vector<uint8_t> bytes;
+    };
+    const Row rows[] = {
+        {"wav", kAudio, "sent.wav", Wav(4000)},
+        // Two 64x48 pictures.
+        {"i420", kVideo, "sent.i420", Pattern(2 * 64 * 48 * 3 / 2, 11)},
+    };
+    for (const Row& row : rows) {
+        Write(TempPath(row.file), row.bytes);
+        const std::string out = TempPath(std::string("received.") + row.name);
+        OnMain([&] {
+            IBaseConfig* a = row.mid == kAudio ? static_cast<IBaseConfig*>(call->Conn(0)->GetAudioConfig(row.mid))
+                                               : static_cast<IBaseConfig*>(call->Conn(0)->GetVideoConfig(row.mid));
+            IBaseConfig* b = row.mid == kAudio ? static_cast<IBaseConfig*>(call->Conn(1)->GetAudioConfig(row.mid))
+                                               : static_cast<IBaseConfig*>(call->Conn(1)->GetVideoConfig(row.mid));
+            EXPECT_EQ(ZYN_S_OK, a->EnableFileCapture(TempPath(row.file).c_str(), false, true));
+            EXPECT_EQ(ZYN_S_OK, b->EnableFileRender(out.c_str(), true));
+        });
+    }
+    Connect();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string out = TempPath(std::string("received.") + row.name);
+        EXPECT_TRUE(Eventually(call->sink[1], [&] { return Read(out).size() >= row.bytes.size(); }));
+        // Nothing more comes once the file ended: it is sent once.
+        FarRtpOverAWhile(row.mid);
+        EXPECT_EQ(0u, FarRtpOverAWhile(row.mid));
+        EXPECT_EQ(row.bytes, Read(out));
+        std::remove(out.c_str());
+        std::remove(TempPath(row.file).c_str());
+    }
+    // The end of each file reached A's application as session status 7.
+    EXPECT_TRUE(call->sink[0].Wait([&] { return call->sink[0].Saw(kAudio, 7) && call->sink[0].Saw(kVideo, 7); }));
+}
+
+TEST_F(TrackCallTest, BadFilesAreRefusedAndLeaveTheLineAsItWas)
+{
+    const std::string text = TempPath("text.wav");
+    Write(text, {'n', 'o', 't', ' ', 'a', ' ', 'w', 'a', 'v', 'e', ' ', 'f', 'i', 'l', 'e'});
+    const std::string picture = TempPath("picture.i420");
+    Write(picture, Pattern(100, 1));
+    const struct {
+        const char* name;
+        unsigned long mid;
+        std::string path;
+        ZynResult result;
+    } rows[] = {
+        {"missing", kAudio, TempPath("missing.wav"), ZYN_E_NOTFOUND},
+        {"unknown extension", kAudio, TempPath("sound.mp3"), ZYN_E_INVALIDARG},
+        {"no extension", kVideo, TempPath("picture"), ZYN_E_INVALIDARG},
+        {"not a wav file", kAudio, text, ZYN_E_INVALIDARG},
+        {"a picture for audio", kAudio, picture, ZYN_E_INVALIDARG},
+        {"a sound for video", kVideo, text, ZYN_E_INVALIDARG},
+        {"null path", kAudio, "", ZYN_E_INVALIDARG},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        OnMain([&] {
+            IBaseConfig* config = row.mid == kAudio ? static_cast<IBaseConfig*>(call->Conn(0)->GetAudioConfig(row.mid))
+                                                    : static_cast<IBaseConfig*>(call->Conn(0)->GetVideoConfig(row.mid));
+            EXPECT_EQ(row.result, config->EnableFileCapture(row.path.empty() ? nullptr : row.path.c_str(), false, true));
+        });
+    }
+    // The line still sends its own capture once started.
+    Connect();
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return Local(kAudio)->Start(false); }));
+    EXPECT_GT(FarRtpOverAWhile(kAudio), 50u);
+    std::remove(text.c_str());
+    std::remove(picture.c_str());
+}
+
+TEST_F(TrackCallTest, ScreenShareOperationsBelongToTheLocalShareTrackOnly)
+{
+    Connect();
+    for (unsigned long mid : {kAudio, kVideo}) {
+        for (ZynDirection direction : {ZynDirection_Send, ZynDirection_Recv}) {
+            IZynMediaTrackBase* t = (direction == ZynDirection_Send ? call->sink[0] : call->sink[1]).Track(mid, direction);
+            ASSERT_NE(nullptr, t);
+            const char* names[] = {"Progman"};
+            const ZynResult results[] = {
+                t->AddSharedWindow(reinterpret_cast<void*>(0x10)), t->RemoveSharedWindow(nullptr),
+                t->AddUnSharedWindow(nullptr), t->RemoveUnSharedWindow(nullptr), t->AddNimboAnnotationWindow(nullptr),
+                t->RemoveNimboAnnotationWindow(nullptr), t->AddNimboAnnotationWindowByClassName("x"),
+                t->RemoveNimboAnnotationWindowByClassName("x"), t->AddTransparentWindow(nullptr),
+                t->RemoveTransparentWindow(nullptr), t->AddTransparentWindowByClassNameList(names, 1),
+                t->RemoveTransparentWindowByClassNameList(names, 1), t->AddSharedProcess(1), t->RemoveSharedProcess(1),
+                t->AddUnSharedProcess(1), t->RemoveUnSharedProcess(1), t->SelectSharedDisplay(uint64_t{1}),
+                t->SelectSharedDisplay("display"), t->AddNimboAnnotationProcess(1), t->RemoveNimboAnnotationProcess(1),
+                t->PauseSharingCapturer(true)};
+            for (size_t i = 0; i < std::size(results); ++i) EXPECT_EQ(ZYN_E_FAIL, results[i]) << "operation " << i;
+            EXPECT_FALSE(t->WindowIsShared(reinterpret_cast<void*>(0x10)));
+            EXPECT_EQ(0, t->GetSharedAppCount());
+        }
+    }
+}
+
+class ShareCallTest : public TrackCallTest {
+protected:
+    ShareCallTest() : TrackCallTest({{ZynSessionType_ScreenShare, 2}}) {}
+};
+
+TEST_F(ShareCallTest, TheShareTrackReportsBackWhatItShares)
+{
+    IZynMediaTrackBase* share = nullptr;
+    ASSERT_TRUE(Eventually(call->sink[0], [&] { return (share = Local(2)) != nullptr; }));
+    void* window = reinterpret_cast<void*>(0x1234);
+    EXPECT_EQ(ZYN_S_OK, share->AddSharedWindow(window));
+    EXPECT_EQ(ZYN_S_OK, share->AddSharedProcess(4242));
+    EXPECT_EQ(ZYN_S_OK, share->AddSharedProcess(4243));
+    EXPECT_EQ(ZYN_S_OK, share->SelectSharedDisplay(uint64_t{2}));
+    EXPECT_TRUE(share->WindowIsShared(window));
+    EXPECT_TRUE(share->ApplicationIsShared(4242));
+    EXPECT_TRUE(share->DisplayIsShared(2));
+    EXPECT_FALSE(share->DisplayIsShared(1));
+    EXPECT_EQ(2, share->GetSharedAppCount());
+    EXPECT_EQ(ZYN_S_OK, share->RemoveSharedWindow(window));
+    EXPECT_EQ(ZYN_S_OK, share->RemoveSharedProcess(4242));
+    EXPECT_FALSE(share->WindowIsShared(window));
+    EXPECT_FALSE(share->ApplicationIsShared(4242));
+    EXPECT_EQ(1, share->GetSharedAppCount());
+    // Class names of 1 to 1024 characters.
+    const std::string longest(1024, 'c'), tooLong(1025, 'c');
+    const struct {
+        const char* name;
+        const char* className;
+        ZynResult result;
+    } names[] = {{"empty", "", ZYN_E_FAIL}, {"null", nullptr, ZYN_E_FAIL}, {"one", "c", ZYN_S_OK},
+                 {"1024", longest.c_str(), ZYN_S_OK}, {"1025", tooLong.c_str(), ZYN_E_FAIL}};
+    for (const auto& row : names) {
+        EXPECT_EQ(row.result, share->AddNimboAnnotationWindowByClassName(row.className)) << row.name;
+        EXPECT_EQ(row.result, share->RemoveNimboAnnotationWindowByClassName(row.className)) << row.name;
+    }
+    const char* list[] = {"Shell_TrayWnd", ""};
+    EXPECT_EQ(ZYN_E_FAIL, share->AddTransparentWindowByClassNameList(list, 2));
+    EXPECT_EQ(ZYN_S_OK, share->AddTransparentWindowByClassNameList(list, 1));
+    EXPECT_EQ(ZYN_E_INVALIDARG, share->AddTransparentWindowByClassNameList(nullptr, 1));
+    EXPECT_EQ(ZYN_S_OK, share->SetScreenSharingID("share-1"));
+    EXPECT_EQ(ZYN_S_OK, share->SetScreenSharingID("share-1"));
+}
+
+}  // namespace
