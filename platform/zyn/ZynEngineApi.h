@@ -7,11 +7,11 @@
 #include <cstdint>
 
 #include "mediasession/ZynDefines.h"
+#include "mediasession/ZynMediaTrack.h"
 
 class IZynMediaTrack;
 class IZynMediaFileCapturer;
 class IZynMediaFileRenderer;
-class IZynMediaDevice;
 
 // What a session sends through; the media line implements it.
 class IZynMediaTransport {
@@ -122,21 +122,6 @@ public:
     virtual ZynResult RenderPayload(const uint8_t* data, uint32_t length) = 0;
     virtual uint64_t GetBytesWritten() = 0;
     virtual ZynRawFormat GetFormat() = 0;
-};
-
-// Device kinds: what a device captures or plays.
-enum ZynDeviceKind : int32_t {
-    ZynDevice_Microphone = 0,
-    ZynDevice_Speaker = 1,
-    ZynDevice_Camera = 2,
-};
-
-class IZynMediaDevice : public IZynUnknown {
-public:
-    virtual ZynDeviceKind GetDeviceKind() = 0;
-    // Unique within the engine; a friendly name for people.
-    virtual const char* GetDeviceName() = 0;
-    virtual const char* GetFriendlyName() = 0;
 };
 
 class IZynMediaDeviceObserver {

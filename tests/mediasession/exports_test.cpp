@@ -24,7 +24,7 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
     ASSERT_EQ(0, status) << table;
     const std::regex allowed(
         "(InitMediaEngine|UninitMediaEngine|CreateMediaConnection|CreateMediaConnectionWithCsi|"
-        "CreateMediaConnection4T|GetMediaEngineVersion|ZynRegisterMainThread|ZynPumpMainThread|"
+        "CreateMediaConnection4T|GetMediaEngineVersion|GetMediaDevice|GetMediaDeviceNames|ZynRegisterMainThread|ZynPumpMainThread|"
         "ZynSetTraceSink|ZynSetTraceLevel|StartStunTrace|SetStunTraceSink|StartTraceServer|StopTraceServer|"
         "SetTraceServerOption|SetTraceServerPortRange|SetTraceServerSink|IsLastTraceServerUsable|"
         "ReloadProxy|GetProxyConfigure|SetProxyUsernamePassword|AllowProxyGetSystemCredential|SetProxyConfigSink|"

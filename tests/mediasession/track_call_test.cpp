@@ -194,10 +194,30 @@ TEST_F(TrackCallTest, ATrackOutlivesItsCallAndDiesOnTheMainThreadASecondAfterIts
     remote->AddRef();
     OnMain([&] { call->Conn(1)->Stop(); });
     OnMain();
-    // Detached from its line: answers, never touching the engine.
-    EXPECT_EQ(ZYN_E_POINTER, OnMainResult([&] { return remote->Start(false); }));
+    // Detached from its line: answers with failures, never touching the engine.
+    IZynMediaTrackBase* local = call->sink[1].Track(kAudio, ZynDirection_Send);
+    ASSERT_NE(nullptr, local);
+    unsigned int value = 0, csis[4] = {}, count = 4;
     int vid = 7;
-    EXPECT_EQ(ZYN_E_POINTER, remote->GetVid(vid));
+    ZynMediaStatus status;
+    const struct {
+        const char* name;
+        std::function<ZynResult()> op;
+        ZynResult result;
+    } after[] = {
+        {"start", [&] { return remote->Start(false); }, ZYN_E_POINTER},
+        {"stop", [&] { return remote->Stop(); }, ZYN_S_FALSE},
+        {"mute", [&] { return local->Mute(); }, ZYN_E_POINTER},
+        {"unmute", [&] { return local->Unmute(); }, ZYN_E_POINTER},
+        {"volume", [&] { return local->SetVolume(10); }, ZYN_E_NOTIMPL},
+        {"read volume", [&] { return local->GetVolume(value); }, ZYN_E_NOTIMPL},
+        {"voice level", [&] { return local->GetVoiceLevel(value); }, ZYN_E_NOTIMPL},
+        {"vid", [&] { return remote->GetVid(vid); }, ZYN_E_POINTER},
+        {"csi", [&] { return local->GetCSI(csis, count); }, ZYN_E_POINTER},
+        {"status", [&] { return remote->GetMediaStatus(status); }, ZYN_S_OK},
+        {"capture device", [&] { return local->SetCaptureDevice(nullptr); }, ZYN_E_POINTER},
+    };
+    for (const auto& row : after) EXPECT_EQ(row.result, OnMainResult(row.op)) << row.name;
     const int alive = ZynLiveObjectCount();
     const size_t pending = zyn::CTimerDeleteRegistry::Instance().PendingCount();
     const auto released = std::chrono::steady_clock::now();
@@ -220,6 +240,60 @@ TEST_F(TrackCallTest, ATrackOutlivesItsCallAndDiesOnTheMainThreadASecondAfterIts
     const auto waited = std::chrono::steady_clock::now() - released;
     EXPECT_GE(waited, 1000ms);
     EXPECT_LT(waited, 3000ms);
+}
+
+TEST_F(TrackCallTest, ADeviceSwitchMidCallKeepsMediaFlowingAndTheOldTrackLivesASecond)
+{
+    Connect();
+    IZynMediaTrackBase* audio = Local(kAudio);
+    IZynMediaTrackBase* video = Local(kVideo);
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return audio->Start(false); }));
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return video->Start(false); }));
+    char names[256];
+    ASSERT_EQ(ZYN_S_OK, GetMediaDeviceNames(call->Conn(0), ZynDevice_Camera, names, sizeof names));
+    EXPECT_STREQ("zyn-cam-front\nzyn-cam-usb\n", names);
+    EXPECT_EQ(ZYN_E_INVALIDARG, GetMediaDeviceNames(call->Conn(0), ZynDevice_Camera, names, 8));
+    IZynMediaDevice *front = nullptr, *usb = nullptr, *headset = nullptr, *none = nullptr;
+    ASSERT_EQ(ZYN_S_OK, GetMediaDevice(call->Conn(0), ZynDevice_Camera, "zyn-cam-front", &front));
+    ASSERT_EQ(ZYN_S_OK, GetMediaDevice(call->Conn(0), ZynDevice_Camera, "zyn-cam-usb", &usb));
+    ASSERT_EQ(ZYN_S_OK, GetMediaDevice(call->Conn(0), ZynDevice_Microphone, "zyn-mic-headset", &headset));
+    const struct {
+        const char* name;
+        ZynResult result;
+        IZynMediaDevice** out;
+        IZynMediaConnection* connection;
+        const char* device;
+    } lookups[] = {
+        {"unknown name", ZYN_E_NOTFOUND, &none, call->Conn(0), "zyn-cam-nowhere"},
+        {"null name", ZYN_E_INVALIDARG, &none, call->Conn(0), nullptr},
+        {"null out", ZYN_E_POINTER, nullptr, call->Conn(0), "zyn-cam-usb"},
+        {"null connection", ZYN_E_POINTER, &none, nullptr, "zyn-cam-usb"},
+    };
+    for (const auto& row : lookups) {
+        EXPECT_EQ(row.result, GetMediaDevice(row.connection, ZynDevice_Camera, row.device, row.out)) << row.name;
+        EXPECT_EQ(nullptr, none) << row.name;
+    }
+    EXPECT_EQ(ZYN_E_POINTER, OnMainResult([&] { return video->SetCaptureDevice(nullptr); }));
+    EXPECT_EQ(ZYN_E_INVALIDARG, OnMainResult([&] { return video->SetCaptureDevice(headset); }));
+    EXPECT_EQ(ZYN_E_FAIL, OnMainResult([&] { return call->sink[0].Track(kVideo, ZynDirection_Recv)->SetCaptureDevice(usb); }));
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return video->SetCaptureDevice(front); }));
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return audio->SetCaptureDevice(headset); }));
+
+    // Another camera: a new engine track takes over, the old one waits out its second.
+    const int alive = ZynLiveObjectCount();
+    const auto switched = std::chrono::steady_clock::now();
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return video->SetCaptureDevice(usb); }));
+    EXPECT_EQ(alive + 1, ZynLiveObjectCount());
+    ASSERT_TRUE(Eventually(call->sink[1], [&] { return ZynLiveObjectCount() == alive; }, 5s));
+    const auto lived = std::chrono::steady_clock::now() - switched;
+    EXPECT_GE(lived, 1000ms);
+    EXPECT_LT(lived, 3000ms);
+    EXPECT_GT(FarRtpOverAWhile(kVideo), 60u);
+    EXPECT_GT(FarRtpOverAWhile(kAudio), 50u);
+    // The same camera again changes nothing.
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return video->SetCaptureDevice(usb); }));
+    EXPECT_EQ(alive, ZynLiveObjectCount());
+    for (IZynMediaDevice* d : {front, usb, headset}) d->Release();
 }
 
 class FileCallTest : public TrackCallTest {

@@ -22,6 +22,15 @@ ZYN_API ZynResult CreateMediaConnection4T(unsigned int callId, IZynMediaConnecti
 // The engine's version as four numbers and its build text.
 ZYN_API void GetMediaEngineVersion(unsigned int version[4], const char** build);
 
+// A device of the connection's engine by its name, with one reference. ZYN_E_POINTER for a null
+// connection or out, ZYN_E_INVALIDARG for a null name, ZYN_E_NOTFOUND for a name it has not.
+ZYN_API ZynResult GetMediaDevice(IZynMediaConnection* connection, ZynDeviceKind kind, const char* name,
+                                 IZynMediaDevice** out);
+// The names of the connection's devices of a kind, one per line, into buffer (capacity size,
+// always terminated). ZYN_E_INVALIDARG when they do not fit.
+ZYN_API ZynResult GetMediaDeviceNames(IZynMediaConnection* connection, ZynDeviceKind kind, char* buffer,
+                                      unsigned int size);
+
 // Main thread. By default the library runs its own. An application that wants connection logic on
 // a thread of its own calls ZynRegisterMainThread on it before InitMediaEngine and then calls
 // ZynPumpMainThread in its loop; the pump returns false once the engine has been uninitialised.

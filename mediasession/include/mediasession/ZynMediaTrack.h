@@ -9,7 +9,24 @@
 
 #include "mediasession/ZynDefines.h"
 
-class IZynMediaDevice;
+// Device kinds: what a device captures or plays.
+enum ZynDeviceKind : int32_t {
+    ZynDevice_Microphone = 0,
+    ZynDevice_Speaker = 1,
+    ZynDevice_Camera = 2,
+};
+
+// A capture or playout device of the engine, for SetCaptureDevice and SetPlayoutDevice.
+class IZynMediaDevice : public IZynUnknown {
+public:
+    virtual ZynDeviceKind GetDeviceKind() = 0;
+    // Unique within the engine; a friendly name for people.
+    virtual const char* GetDeviceName() = 0;
+    virtual const char* GetFriendlyName() = 0;
+
+protected:
+    ~IZynMediaDevice() override = default;
+};
 
 // What a remote stream's sender reports about it.
 enum ZynMediaStatus : int32_t {

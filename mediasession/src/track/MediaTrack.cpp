@@ -270,6 +270,7 @@ void CMediaTrack::_stop()
 
 ZynResult CMediaTrack::Mute()
 {
+    if (m_bUninited.load()) return WriteMetricsError("MedTrck_Mute", ZYN_E_POINTER);
     if (m_bMuted.load()) return WriteMetricsError("MedTrck_Mute", ZYN_E_FAIL);
     ZynResult r = ZYN_S_OK;
     if (IsAudio()) {
@@ -295,6 +296,7 @@ ZynResult CMediaTrack::Mute()
 
 ZynResult CMediaTrack::Unmute()
 {
+    if (m_bUninited.load()) return WriteMetricsError("MedTrck_Unmute", ZYN_E_POINTER);
     if (!m_bMuted.load()) return WriteMetricsError("MedTrck_Unmute", ZYN_E_FAIL);
     ZynResult r = ZYN_S_OK;
     if (IsAudio()) {
