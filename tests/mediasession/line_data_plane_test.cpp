@@ -48,6 +48,8 @@ protected:
     void SetUp() override
     {
         ASSERT_EQ(ZYN_S_OK, CreateMediaConnection(&m_conn, 0));
+        // An idle local track: the statuses read here are the path's alone.
+        m_sink.startLocalTracks = false;
         m_conn->SetSink(&m_sink);
         m_conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, 0, nullptr);
         m_line = static_cast<zyn::CMediaConnection*>(m_conn)->FindConnection(0ul);

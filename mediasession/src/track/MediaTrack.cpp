@@ -6,6 +6,7 @@
 
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
+#include "tp/CmThreadManager.h"
 #include "track/TrackDelete.h"
 #include "util/CmTrace.h"
 
@@ -71,14 +72,33 @@ CMediaTrack::CMediaTrack(CMediaConnectionInfo* line, uint32_t callId)
 CMediaTrack::~CMediaTrack()
 {
     UnInit();
-    if (m_pOldTrack) m_pOldTrack->Release();
+    ACmThread* thread = ACmThread::GetCurrentThread();
+    MS_INFO_TRACE("CMediaTrack::~CMediaTrack, thread=" << (thread ? thread->GetThreadType() : -1) << TRACK_TAIL);
 }
 
 void CMediaTrack::OnReferenceDestory()
 {
-    // Whoever dropped the last reference may still be inside one of the track's calls.
+    ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
+    if (m_callbacks.load() == 0 && main && main->IsCurrentThread()) {
+        delete this;
+        return;
+    }
+    // Whoever dropped the last reference may still be inside one of the track's calls, or on a
+    // thread the track's timers do not belong to.
     CTimerDelete<CMediaTrackDeleter>::Schedule(new CMediaTrackDeleter(this), true);
 }
+
+namespace {
+// Marks a callback of the track for its whole run: a release inside it cannot destroy the track.
+class CCallbackScope {
+public:
+    explicit CCallbackScope(std::atomic<int>& count) : m_count(count) { m_count.fetch_add(1); }
+    ~CCallbackScope() { m_count.fetch_sub(1); }
+
+private:
+    std::atomic<int>& m_count;
+};
+}  // namespace
 
 ZynResult CMediaTrack::QueryInterface(const _tagUUID& iid, void** out)
 {
@@ -459,6 +479,11 @@ bool CMediaTrack::DelayMediaUnblocked()
 
 void CMediaTrack::OnTimer(CCmTimerWrapperID* id)
 {
+    // The sink may drop the application's last reference from inside its callback: the scope
+    // outlives the reference held here, so that release finds the callback still running.
+    CCallbackScope scope(m_callbacks);
+    AddRef();
+    CZynAutoPtr<CMediaTrack> self(this, false);
     CMediaConnection* connection = GetConnection();
     IZynMediaConnectionSink* sink = connection ? connection->GetSink() : nullptr;
     if (!sink) return;
@@ -485,6 +510,9 @@ void CMediaTrack::OnTimer(CCmTimerWrapperID* id)
 
 void CMediaTrack::OnEndOfStream(IZynMediaFileCapturer*)
 {
+    CCallbackScope scope(m_callbacks);
+    AddRef();
+    CZynAutoPtr<CMediaTrack> self(this, false);
     MS_INFO_TRACE("CMediaConnectionInfo::OnEndOfStream, pCapturer=" << static_cast<const void*>(m_pFileCapturer)
                   << TRACK_TAIL);
     ReportStatus(kStatusEndOfStream);
@@ -580,9 +608,10 @@ void CMediaTrack::UnInit()
         m_pPlayMix = nullptr;
     }
     if (m_pTrack) {
+        // An engine track told Uninit calls back no more: nothing needs it after this, and the
+        // engine's objects go with the call even while the application keeps its handle.
         m_pTrack->Uninit();
-        if (m_pOldTrack) m_pOldTrack->Release();
-        m_pOldTrack = m_pTrack;
+        m_pTrack->Release();
         m_pTrack = nullptr;
     }
     if (m_pEngine) {

@@ -124,7 +124,8 @@ public:
 protected:
     friend class CMediaTrackDeleter;
     ~CMediaTrack() override;
-    // The last release waits one second on the main thread, off every stack of the track.
+    // The last release on the main thread, outside the track's own callbacks, destroys at once;
+    // any other waits one second on the main thread, off every stack of the track.
     void OnReferenceDestory() override;
 
 private:
@@ -152,7 +153,6 @@ private:
     CMediaConnectionInfo* m_pConnectionInfo;  // owner line; null after UnInit
     IZynMediaEngineInternal* m_pEngine = nullptr;  // the engine of Init; one reference until UnInit
     IZynMediaTrack* m_pTrack = nullptr;       // one reference; null: uninitialised
-    IZynMediaTrack* m_pOldTrack = nullptr;    // kept until the destructor
     IZynVolumeControl* m_pPlayMix = nullptr;  // audio tracks; one reference
     IZynMediaFileCapturer* m_pFileCapturer = nullptr;  // one reference
     IZynMediaFileRenderer* m_pFileRenderer = nullptr;  // one reference
@@ -171,6 +171,7 @@ private:
     bool m_startSending = true;
     bool m_bMuteNotifyEnabled = true;
     std::atomic<bool> m_bUninited{false};
+    std::atomic<int> m_callbacks{0};  // the track's own callbacks running now, on any thread
     std::timed_mutex m_mutexVideoCap;  // try-locked only: a re-entrant start or stop fails
     CCmTimerWrapperID m_blockTimer;       // 300 ms poll of remote video and share
     CCmTimerWrapperID m_statusTimer;      // 1 s mute-notify poll of audio
