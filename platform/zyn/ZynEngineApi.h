@@ -124,6 +124,44 @@ public:
     virtual ZynRawFormat GetFormat() = 0;
 };
 
+// What remote video and share tracks tell their line (engine threads).
+class IZynRemoteVideoTrackObserver {
+public:
+    virtual void OnKeyFrameLost(uint32_t label, uint32_t a, uint32_t b, bool flag, void* out) = 0;
+    virtual void OnRenderBlocked(uint32_t vid, bool blocked, int32_t frameId) = 0;
+    virtual void OnRenderIndication(uint32_t vid) = 0;
+    virtual void OnDecodeSizeChanged(uint32_t vid, uint32_t width, uint32_t height) = 0;
+    virtual void OnRemoteVideoTrackError(uint32_t label, int32_t code) = 0;
+
+protected:
+    virtual ~IZynRemoteVideoTrackObserver() = default;
+};
+
+// What a local video or share track tells its line (engine threads).
+class IZynLocalVideoTrackObserver {
+public:
+    virtual void OnEncodedResolutionUpdate(uint32_t width, uint32_t height) = 0;
+    virtual void OnLocalVideoTrackError(int32_t code) = 0;
+    virtual void OnGestureDetectionResult(int32_t type) = 0;
+    virtual void OnRequiredFrameRateUpdate(uint32_t fps) = 0;
+    virtual void OnEncodedFrameRateUpdate(uint32_t fps) = 0;
+
+protected:
+    virtual ~IZynLocalVideoTrackObserver() = default;
+};
+
+// Engine-wide events a line hears (engine threads).
+class IZynMediaEngineEventObserver {
+public:
+    virtual void OnAudioEngineError(int32_t status, void* data) = 0;
+    virtual void OnNotifyGLRenderError(void* notifier) = 0;
+    virtual void OnReceiverBandwidthUpdate(uint32_t value) = 0;
+    virtual void OnIndicationResult(const struct _tagIndicationResult* result) = 0;
+
+protected:
+    virtual ~IZynMediaEngineEventObserver() = default;
+};
+
 class IZynMediaDeviceObserver {
 public:
     // kind 2: the list of devices changed; data is the device concerned.

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
+#include <utility>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -67,6 +69,55 @@ struct CallSink : IZynMediaConnectionSink {
     {
         std::lock_guard<std::mutex> lock(mutex);
         errors.push_back(code);
+        Event("error " + Hex(code));
+    }
+    // The engine events a line hands on, as text in arrival order.
+    void OnMediaBlocked(unsigned long mid, unsigned int vid, bool blocked, int id) override
+    {
+        Event("blocked " + std::to_string(mid) + " " + std::to_string(vid) + " " + std::to_string(blocked) + " " +
+              std::to_string(id));
+    }
+    void OnMediaError(unsigned long mid, unsigned int label, int code) override
+    {
+        Event("media error " + std::to_string(mid) + " " + std::to_string(label) + " " + Hex(code));
+    }
+    void OnEncodeSizeChanged(unsigned long mid, unsigned int w, unsigned int h) override
+    {
+        Event("encode size " + std::to_string(mid) + " " + std::to_string(w) + "x" + std::to_string(h));
+    }
+    void OnKeyFrameLost(unsigned long mid, unsigned int label, unsigned int a, unsigned int b) override
+    {
+        Event("key frame lost " + std::to_string(mid) + " " + std::to_string(label) + " " + std::to_string(a) + " " +
+              std::to_string(b));
+    }
+    void OnGestureDetectionResult(unsigned long mid, ZynGestureType type) override
+    {
+        Event("gesture " + std::to_string(mid) + " " + std::to_string(type));
+    }
+    void OnReceiverBandwidthUpdate(unsigned long mid, unsigned int value) override
+    {
+        Event("bandwidth " + std::to_string(mid) + " " + std::to_string(value));
+    }
+    void OnIndicationResult(unsigned long mid, const _tagIndicationResult*) override
+    {
+        Event("indication " + std::to_string(mid));
+    }
+    static std::string Hex(int code)
+    {
+        char text[16];
+        std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(code));
+        return text;
+    }
+    void Event(const std::string& text)
+    {
+        std::lock_guard<std::mutex> lock(eventMutex);
+        events.push_back(text);
+        changed.notify_all();
+    }
+    std::vector<std::string> TakeEvents()
+    {
+        std::lock_guard<std::mutex> lock(eventMutex);
+        return std::exchange(events, {});
     }
     // Until pred holds under the lock, or the bound passes (a failure, never a pacing sleep).
     bool Wait(const std::function<bool()>& pred, std::chrono::milliseconds bound = std::chrono::seconds(20))
@@ -94,6 +145,8 @@ struct CallSink : IZynMediaConnectionSink {
     std::vector<int> errors;
     std::vector<Ready> ready;
     bool startLocalTracks = true;
+    std::mutex eventMutex;  // taken alone: events come on any thread, some under the sink's mutex
+    std::vector<std::string> events;
 };
 
 struct CallLine {

@@ -106,6 +106,9 @@ ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionTyp
         ZynResult r = CreateSession();
         if (!ZYN_SUCCEEDED(r)) return r;
     }
+    // Audio lines hear the device list change, for the default-device switch.
+    if (type == ZynSessionType_Audio && m_sink && m_sink->GetEngine())
+        m_bDeviceObserver = ZYN_SUCCEEDED(m_sink->GetEngine()->AddDeviceObserver(this));
     if (ACmThread* net = CCmThreadManager::Instance()->GetThread(m_nThreadType)) {
         m_networkThread = net;
         m_eqNetwork = net->GetEventQueue();
@@ -466,6 +469,8 @@ void CMediaConnectionInfo::Cleanup()
         });
     else
         m_iceConnector.Set(nullptr);
+    if (m_bDeviceObserver && m_sink && m_sink->GetEngine()) m_sink->GetEngine()->RemoveDeviceObserver(this);
+    m_bDeviceObserver = false;
     ReleaseTracks(m_pLocalTrack);
     ReleaseTracks(m_pRemoteTrack);
     m_pendingLocalOptions.clear();

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -38,6 +39,10 @@ class CMediaConnection;
 
 class CMediaConnectionInfo final : public IZynMediaTransport,
                                    public IceConnectorSink,
+                                   public IZynRemoteVideoTrackObserver,
+                                   public IZynLocalVideoTrackObserver,
+                                   public IZynMediaEngineEventObserver,
+                                   public IZynMediaDeviceObserver,
                                    public CCmTimerWrapperIDSink,
                                    public ZYNIdentityT<CMediaConnectionInfo>,
                                    public IMediaConfigOwner {
@@ -69,6 +74,32 @@ public:
     ZynResult ApplyAllLocalTrackOptions();
     // The muted state of the local media, for the engine session.
     void SetMutedStatus(bool muted);
+
+    // Engine events (MediaConnectionInfoEvents.cpp), on engine threads: each reaches the
+    // application's sink with the line's mid, nothing where the sink is gone.
+    void OnKeyFrameLost(uint32_t label, uint32_t a, uint32_t b, bool flag, void* out) override;
+    void OnRenderBlocked(uint32_t vid, bool blocked, int32_t frameId) override;
+    void OnRenderIndication(uint32_t vid) override;
+    void OnDecodeSizeChanged(uint32_t vid, uint32_t width, uint32_t height) override;
+    void OnRemoteVideoTrackError(uint32_t label, int32_t code) override;
+    void OnEncodedResolutionUpdate(uint32_t width, uint32_t height) override;
+    void OnLocalVideoTrackError(int32_t code) override;
+    void OnGestureDetectionResult(int32_t type) override;
+    void OnRequiredFrameRateUpdate(uint32_t) override {}
+    void OnEncodedFrameRateUpdate(uint32_t) override {}
+    void OnAudioEngineError(int32_t status, void* data) override;
+    void OnNotifyGLRenderError(void* notifier) override;
+    void OnReceiverBandwidthUpdate(uint32_t value) override;
+    void OnIndicationResult(const struct _tagIndicationResult* result) override;
+    // A device appeared or went (kind 2): with the default-device switch on, the local audio
+    // track follows a new microphone, on the main thread.
+    void OnDeviceChanged(IZynMediaDevice* device, int32_t kind) override;
+    void SetAudioDefaultDeviceSwitchState(bool on) { m_bDefaultDeviceSwitch.store(on); }
+    bool GetAudioDefaultDeviceSwitchState() const { return m_bDefaultDeviceSwitch.load(); }
+    void SetAudioDefaultMicrophoneDeviceSwitchState(bool on) { m_bMicrophoneSwitch.store(on); }
+    bool GetAudioDefaultMicrophoneDeviceSwitchState() const { return m_bMicrophoneSwitch.load(); }
+    // The last decoded size of a remote stream.
+    void GetDecodeSize(uint32_t vid, uint32_t& width, uint32_t& height);
 
     // Chooses ports and collects candidates on the network thread, waiting for it; then, once the
     // certificate exists where DTLS needs one, reports onPortSelected to the connection.
@@ -276,6 +307,11 @@ private:
     // Vids with a remote track, read per packet on the network thread without the manager's lock.
     std::array<std::atomic<bool>, CMediaTrackMgr::kSlots> m_vidHasTrack{};
     std::vector<LocalTrackOption> m_pendingLocalOptions;  // main thread
+    bool m_bDeviceObserver = false;  // registered with the engine's device list
+    std::atomic<bool> m_bDefaultDeviceSwitch{false};
+    std::atomic<bool> m_bMicrophoneSwitch{false};
+    std::mutex m_decodeSizeMutex;
+    std::map<uint32_t, std::pair<uint32_t, uint32_t>> m_decodeSizes;  // guarded by m_decodeSizeMutex
     ICmEventQueue* m_eqNetwork = nullptr;
     ACmThread* m_networkThread = nullptr;
     CIceConnectorWrapper m_iceConnector;
