@@ -127,11 +127,11 @@ ZynResult CMediaTrack::SetCaptureDevice(IZynMediaDevice* device)
     }
     // A camera switch reopens the capture on a fresh engine track, the old one closing a second
     // later; a microphone switch only moves the capture.
-    if (m_eZynSessionType == ZynSessionType_Video && m_pTrack->GetDevice()) {
+    if (m_eZynSessionType == ZynSessionType_Video) {
         IZynMediaDevice* current = m_pTrack->GetDevice();
-        const bool same = current == device;
-        current->Release();
-        if (!same) r = SwapEngineTrack(false, "SetCaptureDevice");
+        const bool other = current && current != device;
+        if (current) current->Release();
+        if (other) r = SwapEngineTrack(false, "SetCaptureDevice");
     }
     if (ZYN_SUCCEEDED(r)) r = m_pTrack->SetDevice(device);
     m_mutexVideoCap.unlock();
