@@ -22,7 +22,7 @@ void Replace(std::mutex& mutex, T*& slot, T* next)
 }
 
 template <class T>
-T* Take(std::mutex& mutex, T* slot)
+T* Take(std::mutex& mutex, T*& slot)
 {
     std::lock_guard<std::mutex> lock(mutex);
     if (slot) slot->AddRef();
