@@ -25,6 +25,11 @@ public:
     ZynRawFormat GetFormat() override { return m_format; }
     ZynResult SetOption(int32_t id, const void* value, uint32_t size) override;
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
+    ZynResult SetNamedOption(const char* name, const char* value) override { return m_options.SetNamed(name, value); }
+    ZynResult GetNamedOption(const char* name, char* value, uint32_t& size) override
+    {
+        return m_options.GetNamed(name, value, size);
+    }
 
 private:
     FileCapturer(std::FILE* file, ZynRawFormat format) : m_file(file), m_format(format) {}

@@ -77,13 +77,13 @@ ZynResult CMediaConnectionInfo::OnMediaConfigChanged(EMediaConfigItem item)
 
 ZynResult CMediaConnectionInfo::SetLocalTrackOption(const char* name, const char* value)
 {
-    IZynMediaTrack* track = m_pLocalTrack;
+    IZynMediaTrack* track = GetLocalEngineTrack();
     return track ? track->SetNamedOption(name, value) : ZYN_E_NOTRACK;
 }
 
 ZynResult CMediaConnectionInfo::GetLocalTrackOption(const char* name, std::string& value)
 {
-    IZynMediaTrack* track = m_pLocalTrack;
+    IZynMediaTrack* track = GetLocalEngineTrack();
     if (!track) return ZYN_E_NOTRACK;
     char text[256];
     uint32_t size = sizeof(text);
