@@ -342,8 +342,10 @@ private:
     std::atomic<bool> m_bReceiveKeyed{false};  // ... and its receive key
     std::atomic<bool> m_bKeysRequired{false};  // DTLS-SRTP agreed: nothing goes in or out in clear
     bool m_bStartedSending = false;
-    uint64_t m_connectStartTick = 0;
-    uint64_t m_connectedTick = 0;
+    // Written where the connect starts (main thread) and where it concludes (network thread), read
+    // on either.
+    std::atomic<uint64_t> m_connectStartTick{0};
+    std::atomic<uint64_t> m_connectedTick{0};
     CCmInetAddr m_connectAddr;
     CCmTimerWrapperID m_reconnectTimer;  // network thread
     std::string m_chLocalFingerPrint;

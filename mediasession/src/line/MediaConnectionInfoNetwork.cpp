@@ -254,8 +254,8 @@ ZynResult CMediaConnectionInfo::GetPathStatistics(_tagMediaPathStatistics& stats
             std::snprintf(stats.remoteAddress, sizeof stats.remoteAddress, "%s", remote.ToString().c_str());
             std::snprintf(stats.candidateType, sizeof stats.candidateType, "%s", type.c_str());
             std::snprintf(stats.srtpSuite, sizeof stats.srtpSuite, "%s", m_srtpCryptoSuite.c_str());
-            if (m_connectedTick >= m_connectStartTick && m_connectedTick)
-                stats.connectMs = static_cast<uint32_t>(m_connectedTick - m_connectStartTick);
+            const uint64_t started = m_connectStartTick.load(), connected = m_connectedTick.load();
+            if (connected >= started && connected) stats.connectMs = static_cast<uint32_t>(connected - started);
             return CM_OK;
         });
     }
