@@ -30,14 +30,15 @@ size_t Completions(Side<C>& s)
     return s.line.completions.size();
 }
 
-// Both sides step together until `a` told its line `n` times, or the time is up.
+// `a` steps, and `b` with it when `stepFar`, until `a` told its line `n` times, or the time is up. A far
+// end whose clock stands still never finds its path quiet, however many steps a loaded machine takes.
 template <class C>
-bool StepUntil(Side<C>& a, Side<C>& b, size_t n, int maxMs = 5000)
+bool StepUntil(Side<C>& a, Side<C>& b, size_t n, bool stepFar, int maxMs = 5000)
 {
     for (int t = 0; t < maxMs && Completions(a) < n; t += 10) {
         OnNetwork([&] {
             a.Step();
-            b.Step();
+            if (stepFar) b.Step();
         });
         Settle();
     }
@@ -89,7 +90,7 @@ TYPED_TEST(IceReconnectTest, TheNewPathReachesBothLinesUnlessTheFarPathStillHear
             a.connector->SetPortRange(52100, 52149);
             ASSERT_EQ(ZYN_S_OK, a.connector->Reconnect());
         });
-        ASSERT_TRUE(StepUntil(a, b, 2));
+        ASSERT_TRUE(StepUntil(a, b, 2, c.farFollows));
         const auto renewed = a.line.completions.back();
         EXPECT_EQ(0, renewed.reason);
         EXPECT_NE(oldA, renewed.local) << "new sockets";
