@@ -26,27 +26,35 @@ PY
 
 command -v turnserver >/dev/null || { echo "with_coturn: turnserver is not installed (package coturn)" >&2; exit 1; }
 work=$(mktemp -d)
-export TURN_PORT=$(free_port)
 export TURN_USER=alice TURN_PASSWORD=secret TURN_REALM=example.org
 export TURN_LOG="$work/turn.log"
-base=$(( (RANDOM % 200) * 100 + 40000 ))
-export TURN_RELAY_MIN=$base TURN_RELAY_MAX=$((base + 99))
-
-turnserver -n --listening-ip=127.0.0.1 --listening-ip=::1 --listening-port="$TURN_PORT" \
-  --relay-ip=127.0.0.1 --relay-ip=::1 --min-port="$TURN_RELAY_MIN" --max-port="$TURN_RELAY_MAX" \
-  --lt-cred-mech --user="$TURN_USER:$TURN_PASSWORD" --realm="$TURN_REALM" \
-  --no-tls --no-dtls --no-cli --allow-loopback-peers --userdb="$work/turn.sqlite" \
-  --pidfile="$work/turn.pid" --log-file=stdout --simple-log >"$TURN_LOG" 2>&1 &
-server=$!
-cleanup() { kill "$server" 2>/dev/null || true; wait "$server" 2>/dev/null || true; rm -rf "$work"; }
+server=""
+cleanup() { [ -n "$server" ] && { kill "$server" 2>/dev/null || true; wait "$server" 2>/dev/null || true; }; rm -rf "$work"; }
 trap cleanup EXIT
 
-# Ready once it listens on the UDP port (bounded wait).
-for _ in $(seq 1 100); do
-  if ss -Hlun "sport = :$TURN_PORT" 2>/dev/null | grep -q .; then break; fi
-  kill -0 "$server" 2>/dev/null || { cat "$TURN_LOG" >&2; exit 1; }
-  sleep 0.05
+# A free port can be taken by another process between its choice and coturn's bind, and coturn then
+# runs without that listener: ready means coturn itself listens on the UDP port, else a new port.
+for attempt in 1 2 3 4 5; do
+  export TURN_PORT=$(free_port)
+  base=$(( (RANDOM % 200) * 100 + 40000 ))
+  export TURN_RELAY_MIN=$base TURN_RELAY_MAX=$((base + 99))
+  turnserver -n --listening-ip=127.0.0.1 --listening-ip=::1 --listening-port="$TURN_PORT" \
+    --relay-ip=127.0.0.1 --relay-ip=::1 --min-port="$TURN_RELAY_MIN" --max-port="$TURN_RELAY_MAX" \
+    --lt-cred-mech --user="$TURN_USER:$TURN_PASSWORD" --realm="$TURN_REALM" \
+    --no-tls --no-dtls --no-cli --allow-loopback-peers --userdb="$work/turn.sqlite" \
+    --pidfile="$work/turn.pid" --log-file=stdout --simple-log >"$TURN_LOG" 2>&1 &
+  server=$!
+  ready=0
+  for _ in $(seq 1 100); do
+    if ss -Hlunp "sport = :$TURN_PORT" 2>/dev/null | grep -q "pid=$server,"; then ready=1; break; fi
+    kill -0 "$server" 2>/dev/null || break
+    sleep 0.05
+  done
+  [ "$ready" = 1 ] && break
+  kill "$server" 2>/dev/null || true; wait "$server" 2>/dev/null || true; server=""
+  echo "with_coturn: coturn did not take port $TURN_PORT (attempt $attempt)" >&2
 done
+[ -n "$server" ] || { cat "$TURN_LOG" >&2; exit 1; }
 set +e
 "$@"
 status=$?
