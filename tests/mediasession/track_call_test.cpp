@@ -13,6 +13,7 @@
 #include <sstream>
 #include <thread>
 
+#include "../common/file_bytes.h"
 #include "call_harness.h"
 #include "track/MediaTrack.h"
 #include "track/TrackDelete.h"
@@ -37,17 +38,8 @@ std::vector<uint8_t> Pattern(size_t n, uint8_t seed)
     return out;
 }
 
-void Write(const std::string& path, const std::vector<uint8_t>& bytes)
-{
-    std::ofstream f(path, std::ios::binary);
-    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-std::vector<uint8_t> Read(const std::string& path)
-{
-    std::ifstream f(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
-}
+void Write(const std::string& path, const std::vector<uint8_t>& bytes) { mstest::WriteFileBytes(path, bytes); }
+std::vector<uint8_t> Read(const std::string& path) { return mstest::ReadFileBytes(path); }
 
 // A 44-byte header of 8 kHz mono 16-bit PCM and `bytes` of samples.
 std::vector<uint8_t> Wav(size_t bytes)

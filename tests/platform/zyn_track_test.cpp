@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "../common/file_bytes.h"
 #include "zyn_call.h"
 
 namespace {
@@ -41,17 +42,8 @@ std::vector<uint8_t> WavFile(size_t samples)
     return out;
 }
 
-void Write(const std::string& path, const std::vector<uint8_t>& bytes)
-{
-    std::ofstream f(path, std::ios::binary);
-    f.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-std::vector<uint8_t> Read(const std::string& path)
-{
-    std::ifstream f(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>()};
-}
+void Write(const std::string& path, const std::vector<uint8_t>& bytes) { mstest::WriteFileBytes(path, bytes); }
+std::vector<uint8_t> Read(const std::string& path) { return mstest::ReadFileBytes(path); }
 
 std::vector<uint8_t> Payloads(const std::vector<Packet>& packets)
 {
