@@ -80,6 +80,12 @@ public:
     virtual ZynResult SetDevice(IZynMediaDevice* device) = 0;
     // The device in use with one reference, or null.
     virtual IZynMediaDevice* GetDevice() = 0;
+    // One-shot commands. Command 4 (ZynSubscribe.h) with its 16-byte request: a running local video
+    // or share track makes a key frame. ZYN_E_INVALIDARG for a null value or another size,
+    // ZYN_E_WRONGSTATE on a stopped track, ZYN_E_NOTIMPL for other commands or kinds.
+    virtual ZynResult SendCommand(int32_t id, const void* value, uint32_t size) = 0;
+    // Key frames the track's encoder has made on request.
+    virtual uint32_t GetKeyFrameCount() = 0;
 };
 
 // Raw formats a file capturer reads and a file renderer writes.

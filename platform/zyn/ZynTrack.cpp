@@ -1,5 +1,7 @@
 #include "zyn/ZynTrack.h"
 
+#include "zyn/ZynSubscribe.h"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -58,6 +60,17 @@ ZynResult Track::Start()
 ZynResult Track::Stop()
 {
     m_started.store(false);
+    return ZYN_S_OK;
+}
+
+ZynResult Track::SendCommand(int32_t id, const void* value, uint32_t size)
+{
+    if (id != ZynTrackCommand_KeyFrameRequest) return ZYN_E_NOTIMPL;
+    if (m_kind != ZynTrack_VideoLocal && m_kind != ZynTrack_ExternalVideoLocal && m_kind != ZynTrack_ScreenShareLocal)
+        return ZYN_E_NOTIMPL;
+    if (!value || size != sizeof(ZynKeyFrameRequest)) return ZYN_E_INVALIDARG;
+    if (!m_started.load()) return ZYN_E_WRONGSTATE;
+    m_keyFrames.fetch_add(1);
     return ZYN_S_OK;
 }
 

@@ -46,6 +46,8 @@ public:
     ZynResult RemoveExternalRenderer(IZynMediaFileRenderer* renderer) override;
     ZynResult SetDevice(IZynMediaDevice* device) override;
     IZynMediaDevice* GetDevice() override;
+    ZynResult SendCommand(int32_t id, const void* value, uint32_t size) override;
+    uint32_t GetKeyFrameCount() override { return m_keyFrames.load(); }
 
     // For the session's flow: option 68 and option 157 as last set.
     bool IsSendingData() const { return m_sendingData.load(); }
@@ -66,6 +68,7 @@ private:
     std::atomic<bool> m_uninited{false};
     std::atomic<bool> m_sendingData{true};
     std::atomic<bool> m_externalMuted{false};
+    std::atomic<uint32_t> m_keyFrames{0};
     OptionStore m_options;
     std::mutex m_mutex;
     IZynMediaFileCapturer* m_capturer = nullptr;  // one reference; guarded by m_mutex

@@ -32,6 +32,7 @@
 #include "track/MediaTrackMgr.h"
 #include "util/CmTrace.h"
 #include "zyn/ZynEngineApi.h"
+#include "zyn/ZynSubscribe.h"
 
 namespace zyn {
 
@@ -261,6 +262,36 @@ public:
     // Network thread type of a session type.
     static int ThreadTypeOf(ZynSessionType type);
 
+    // Subscriptions and lip sync (MediaConnectionInfoSync.cpp).
+    // The far end's SCR version from its multistream capability (0 without one).
+    uint32_t GetScrVersion() const;
+    bool SharingOverVideoPipeline() const { return m_bSharingOverVideoPipeline.load(); }
+    void SetSharingOverVideoPipeline(bool on) { m_bSharingOverVideoPipeline.store(on); }
+    // Mode 1 with a non-zero rate: no layer a local encoder makes exceeds that frame rate.
+    void SetMaxFrameLimit(int32_t mode, uint32_t fps);
+    int32_t GetMaxFrameLimitMode() const { return m_nMaxFrameLimitMode.load(); }
+    uint32_t GetMaxFrameRateBound() const { return m_uMaxFrameRateBound.load(); }
+    // The sync table: which remote video stream shows a CSI, so that its audio can be played in
+    // step with it. A track enters with its single source and leaves when the source changes or
+    // at UnInit; the table holds no reference.
+    void checkSyncBox(CMediaTrack* track, uint32_t csi);
+    void removeSyncBoxTrack(uint32_t csi, CMediaTrack* track);
+    void removeSyncBoxTrack(CMediaTrack* track);
+    // The vid of the stream synced to a CSI, or -1.
+    int GetSyncVid(uint32_t csi);
+
+    // Track and engine events, second half (MediaConnectionInfoTrackEvents.cpp). Engine threads
+    // (OnAnnounce: the subscription thread); nothing where the sink is gone.
+    void OnStreamBandwidthUpdate(const ZynStreamBandwidth* record);
+    void OnSelfviewSizeUpdate(_tagVideoSizeInfo* size);
+    // Every started local track makes a key frame.
+    void OnPictureLossIndication(void* notifier, uint32_t a, uint32_t b, const ZynKeyFrameRequest* request, void* out);
+    // The far end names the active speakers: the remote audio stream's sources, told at its next poll.
+    void OnActiveSpeakerIndication(const uint32_t* csis, uint32_t count);
+    void OnAnnounce(const ZynSimulcastAnnounce* announce);
+    uint32_t GetLiveSourceCount() const { return m_liveSourceCount.load(); }
+    void SetAudioDefaultSpeakerDeviceSwitchState(bool on) { m_bSpeakerSwitch.store(on); }
+
 private:
     // A question the connection answers; after Cleanup every feature reads as off.
     template <class Query>
@@ -372,6 +403,14 @@ private:
     bool m_bFecSetup = false;
     bool m_bRtxSetup = false;
     bool m_bHybridSetup = false;
+    // Subscriptions, sync and announces.
+    std::atomic<int32_t> m_nMaxFrameLimitMode{0};
+    std::atomic<uint32_t> m_uMaxFrameRateBound{0};
+    std::atomic<bool> m_bSharingOverVideoPipeline{false};
+    std::mutex m_syncMutex;
+    std::map<uint32_t, CMediaTrack*> m_syncTable;  // guarded by m_syncMutex; no references
+    std::atomic<uint32_t> m_liveSourceCount{0};
+    std::atomic<bool> m_bSpeakerSwitch{false};
     static std::mutex s_dtlsMutex;
     static CCmString m_pDtlsCert;
     static CCmString m_pDtlsPriKey;

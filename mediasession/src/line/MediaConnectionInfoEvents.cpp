@@ -2,6 +2,7 @@
 // on engine threads; the few that touch a track's timers or switch a device cross to the main
 // thread first, holding a reference on the track.
 #include "connection/MediaConnection.h"
+#include "line/LineSink.h"
 #include "line/MediaConnectionInfo.h"
 #include "tp/CmThreadManager.h"
 #include "util/CmTrace.h"
@@ -15,10 +16,6 @@ namespace {
 constexpr int kLocalVideoTrackError = 0x46024106;
 constexpr int kGLRenderError = 0x46024108;
 }  // namespace
-
-#define LINE_SINK_OR_RETURN(sink)                                                   \
-    IZynMediaConnectionSink* sink = m_sink ? m_sink->GetSink() : nullptr;          \
-    if (!(sink)) return
 
 void CMediaConnectionInfo::OnKeyFrameLost(uint32_t label, uint32_t a, uint32_t b, bool, void*)
 {
@@ -121,26 +118,32 @@ void CMediaConnectionInfo::OnIndicationResult(const struct _tagIndicationResult*
 
 void CMediaConnectionInfo::OnDeviceChanged(IZynMediaDevice* device, int32_t kind)
 {
-    // Only a change of the device list (kind 2) moves anything.
-    if (kind != 2 || !device || !m_sink) return;
-    if (!m_bDefaultDeviceSwitch.load() && !m_bMicrophoneSwitch.load()) return;
-    if (device->GetDeviceKind() != ZynDevice_Microphone) return;
-    if (m_type != ZynSessionType_Audio) return;
+    // Only a change of the device list (kind 2) moves anything, and only on the audio line.
+    if (kind != 2 || !device || !m_sink || m_type != ZynSessionType_Audio) return;
+    const ZynDeviceKind deviceKind = device->GetDeviceKind();
+    const bool global = m_bDefaultDeviceSwitch.load();
+    const bool mic = deviceKind == ZynDevice_Microphone && (global || m_bMicrophoneSwitch.load());
+    const bool speaker = deviceKind == ZynDevice_Speaker && (global || m_bSpeakerSwitch.load());
+    if (!mic && !speaker) return;
     ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
-    if (!main) return;
+    CZynAutoPtr<CMediaTrack> track = mic ? GetLocalTrack() : GetAudioRemoteTrack();
+    if (!main || !track) return;
     // The event carries the name: the device may be gone by the time it runs.
     const std::string name = device->GetDeviceName();
-    CZynAutoPtr<CMediaTrack> track = GetLocalTrack();
     CMediaConnectionPtr connection(m_sink);
-    if (!track) return;
-    CmInvokeInThread(main, true, [connection, track, name] {
-        MS_INFO_TRACE("CMediaConnectionInfo::OnDeviceChanged, set mic device:" << name);
+    CmInvokeInThread(main, true, [connection, track, name, deviceKind] {
+        if (deviceKind == ZynDevice_Microphone)
+            MS_INFO_TRACE("CMediaConnectionInfo::OnDeviceChanged, set mic device:" << name);
+        else
+            MS_INFO_TRACE("CMediaConnectionInfo::OnDeviceChanged, set speaker device:" << name);
         IZynMediaEngineInternal* engine = connection->GetEngine();
         IZynMediaDevice* found = nullptr;
-        if (engine && ZYN_SUCCEEDED(engine->FindDevice(ZynDevice_Microphone, name.c_str(), &found))) {
+        if (!engine || !ZYN_SUCCEEDED(engine->FindDevice(deviceKind, name.c_str(), &found))) return CM_OK;
+        if (deviceKind == ZynDevice_Microphone)
             track->SetCaptureDevice(found);
-            found->Release();
-        }
+        else
+            track->SetPlayoutDevice(found);
+        found->Release();
         return CM_OK;
     });
 }

@@ -199,8 +199,10 @@ ZynResult CMediaTrack::Start(bool muted)
 {
     if (!m_pTrack) return WriteMetricsError("MedTrck_Start", ZYN_E_POINTER);
     if (m_bStarted.load()) return ZYN_S_OK;
+    // Remote audio polls too: its CSI list is the line's active speakers.
     if (m_eDirection == ZynDirection_Recv &&
-        (m_eZynSessionType == ZynSessionType_Video || m_eZynSessionType == ZynSessionType_ScreenShare))
+        (m_eZynSessionType == ZynSessionType_Video || m_eZynSessionType == ZynSessionType_ScreenShare ||
+         m_eZynSessionType == ZynSessionType_Audio))
         m_blockTimer.Schedule(this, CCmTimeValue::FromMilliseconds(kBlockPollMs));
     if (m_eZynSessionType == ZynSessionType_Audio) m_statusTimer.Schedule(this, CCmTimeValue::FromMilliseconds(kStatusPollMs));
     if (muted && !m_bMuted.load()) Mute();
@@ -442,9 +444,14 @@ ZynResult CMediaTrack::GetCSI(unsigned int* csis, unsigned int& count)
         count = 1;
         return ZYN_S_OK;
     }
+    // The sources last told to the application; before any, the one the far end's answer named.
+    const uint32_t room = count;
+    m_mediaCSI.GetCSI(false, csis, count);
     const uint32_t csi = m_csiFromSCA.load();
-    count = csi ? 1 : 0;
-    if (csi) csis[0] = csi;
+    if (count == 0 && csi && room) {
+        csis[0] = csi;
+        count = 1;
+    }
     return ZYN_S_OK;
 }
 
@@ -464,7 +471,7 @@ ZynResult CMediaTrack::GetMediaStatus(ZynMediaStatus& status)
 
 void CMediaTrack::SetMediaStatus(ZynMediaStatus status, int flag, uint32_t csi)
 {
-    m_status.store(status);
+    if (m_status.exchange(status) != status) m_bStatusChanged.store(true);
     m_mediaStatusAux.store(flag);
     m_csiFromSCA.store(csi);
     m_bStatusNotify.store(true);
@@ -491,9 +498,7 @@ void CMediaTrack::OnTimer(CCmTimerWrapperID* id)
     int vid = 0;
     GetVid(vid);
     if (id == &m_blockTimer) {
-        if (m_bStatusNotify.exchange(false))
-            sink->OnMediaStatus(mid, static_cast<unsigned>(vid), m_status.load(), m_mediaStatusAux.load(),
-                                static_cast<int>(m_csiFromSCA.load()));
+        PollSources(sink, mid, static_cast<unsigned>(vid));
     } else if (id == &m_mediaBlockTimer) {
         MS_INFO_TRACE("CMediaTrack::OnTimer, pending OnMediaBlocked is sending" << TRACK_TAIL);
         sink->OnMediaBlocked(mid, static_cast<unsigned>(vid), false, 0);
@@ -598,6 +603,7 @@ void CMediaTrack::UnInit()
     m_mediaBlockTimer.Cancel();
     m_statusTimer.Cancel();
     m_screenSharingId.clear();
+    if (m_pConnectionInfo && m_eDirection == ZynDirection_Recv) m_pConnectionInfo->removeSyncBoxTrack(this);
     releaseFileCapturer();
     releaseFileRenderer();
     if (m_pPlayMix) {

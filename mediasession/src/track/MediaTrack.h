@@ -18,7 +18,11 @@
 #include "common/ZynUnknownImpl.h"
 #include "mediasession/ZynMediaTrack.h"
 #include "tp/CmTimerWrapperID.h"
+#include "track/MediaCSI.h"
 #include "zyn/ZynEngineApi.h"
+#include "zyn/ZynSubscribe.h"
+
+class IZynMediaConnectionSink;
 
 namespace zyn {
 
@@ -117,6 +121,23 @@ public:
     void UnInit();
     void _stop();
 
+    // Subscriptions and sources (MediaTrackSubscribe.cpp), main thread unless said.
+    // What this track asks of the far end. Without force: null for a track that is not started,
+    // is muted, or was never given a request, so that it stays out of the next request list.
+    const ZynSimulcastRequest* GetRequest(bool force) const;
+    void SetRequest(const ZynSimulcastRequest& request);
+    // Hands the far end's layers to the local video or share encoder (track option 19).
+    ZynResult SubscribeMutlistream(const _tagVideoSubscribeMultiStream& record);
+    // Screen share before SCR version 3: the first layer's size follows its frame size.
+    static void _UpdateHardcodeMaxSizeByMaxFS(_tagVideoSubscribeMultiStream& record);
+    // The CSIs this stream carried (written on the line's network thread).
+    CMediaCSI& getMediaCSI() { return m_mediaCSI; }
+    // A remote video or share track showing exactly this CSI: the one to sync the CSI's audio to.
+    bool findSyncTrack(uint32_t csi) const;
+    // The 300 ms poll's source step: a changed CSI list, then a status, then the list again after
+    // a status back to available.
+    void PollSources(IZynMediaConnectionSink* sink, unsigned long mid, unsigned vid);
+
     // IZynMediaFileCapturerObserver (engine's media thread).
     void OnEndOfStream(IZynMediaFileCapturer* capturer) override;
     void OnTimer(CCmTimerWrapperID* id) override;
@@ -182,6 +203,12 @@ private:
     std::atomic<uint32_t> m_csiFromSCA{0};
     std::string m_screenSharingId;
     std::string m_deviceName;  // of the last SetCaptureDevice
+
+    // Subscriptions and sources.
+    CMediaCSI m_mediaCSI;
+    ZynSimulcastRequest m_request{};  // main thread
+    bool m_bNoRequest = true;         // main thread; SetRequest clears it
+    std::atomic<bool> m_bStatusChanged{false};  // set by SetMediaStatus, cleared by the poll
 };
 
 }  // namespace zyn

@@ -125,6 +125,28 @@ ZynResult CMediaTrackMgr::RemoveTrackByCSI(uint32_t csi, IZynMediaSession* sessi
     return ZYN_S_OK;
 }
 
+void CMediaTrackMgr::GetRequsts(std::vector<ZynSimulcastRequest>& out)
+{
+    out.clear();
+    std::lock_guard<std::recursive_mutex> lock(m_lock);
+    for (CMediaTrack* t : m_tracks)
+        if (const ZynSimulcastRequest* request = t ? t->GetRequest(false) : nullptr) out.push_back(*request);
+}
+
+ZynResult CMediaTrackMgr::FindSyncTrack(uint32_t csi, CMediaTrack** out)
+{
+    if (!out) return ZYN_E_INVALIDARG;
+    *out = nullptr;
+    std::lock_guard<std::recursive_mutex> lock(m_lock);
+    for (CMediaTrack* t : m_tracks) {
+        if (!t || !t->findSyncTrack(csi)) continue;
+        t->AddRef();
+        *out = t;
+        return ZYN_S_OK;
+    }
+    return ZYN_E_NOTFOUND;
+}
+
 void CMediaTrackMgr::DeleteTrack(CMediaTrack* track, IZynMediaSession* session)
 {
     if (!track) return;

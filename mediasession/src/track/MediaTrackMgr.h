@@ -40,6 +40,10 @@ public:
     // Takes over the caller's reference: stops the track, detaches it from the session, UnInit,
     // and leaves the last release to an event on the manager's thread.
     void DeleteTrack(CMediaTrack* track, IZynMediaSession* session);
+    // (So spelled.) The request of every track that has one to send now, in vid order.
+    void GetRequsts(std::vector<ZynSimulcastRequest>& out);
+    // The first track that shows exactly this CSI, with a reference; 0x46004103 when none.
+    ZynResult FindSyncTrack(uint32_t csi, CMediaTrack** out);
     // all: Stop every track; otherwise Stop only previewing ones and _stop the others.
     virtual void StopTracks(bool all);
     // Empties the table; each track gets UnInit and loses the table's reference.
