@@ -102,6 +102,32 @@ struct CallSink : IZynMediaConnectionSink {
     {
         Event("indication " + std::to_string(mid));
     }
+    void OnCSIsChanged(unsigned long mid, unsigned int vid, const unsigned int* oldCsis, unsigned int oldCount,
+                       const unsigned int* newCsis, unsigned int newCount) override
+    {
+        Event("csis " + std::to_string(mid) + " " + std::to_string(vid) + " " + Csis(oldCsis, oldCount) + "-> " +
+              Csis(newCsis, newCount));
+    }
+    void OnMediaStatus(unsigned long mid, unsigned int vid, int status, int flag, int csi) override
+    {
+        Event("media status " + std::to_string(mid) + " " + std::to_string(vid) + " " + std::to_string(status) + " " +
+              std::to_string(flag) + " " + std::to_string(static_cast<unsigned>(csi)));
+    }
+    void OnRenderSizeChanged(unsigned long mid, unsigned int label, ZynDirection direction, _tagVideoSizeInfo*) override
+    {
+        Event("render size " + std::to_string(mid) + " " + std::to_string(label) + " " + std::to_string(direction));
+    }
+    void OnPictureLossIndication() override { Event("picture loss"); }
+    void OnLiveSourcesAvailableMediaChanged(unsigned long mid, int count) override
+    {
+        Event("live sources " + std::to_string(mid) + " " + std::to_string(count));
+    }
+    static std::string Csis(const unsigned int* csis, unsigned int count)
+    {
+        std::string text;
+        for (unsigned int i = 0; i < count; ++i) text += std::to_string(csis[i]) + " ";
+        return text;
+    }
     static std::string Hex(int code)
     {
         char text[16];

@@ -254,3 +254,78 @@ TEST_F(TrackUnitTest, SwappingTheEngineTrackKeepsTheOldOneASecondLonger)
 }
 
 }  // namespace
+
+// What the request list and the lip-sync look-up take from a table of remote tracks in every state.
+TEST_F(TrackUnitTest, OnlyStartedUnmutedTracksWithARequestAsk)
+{
+    CMediaTrackMgr table(0);
+    const struct {
+        const char* name;
+        int vid;
+        bool start, mute, request;
+        bool asks;
+    } rows[] = {
+        {"started with a request", 1, true, false, true, true},
+        {"never started", 2, false, false, true, false},
+        {"muted", 3, true, true, true, false},
+        {"no request given", 4, true, false, false, false},
+        {"another started with a request", 9, true, false, true, true},
+    };
+    std::vector<CMediaTrack*> tracks;
+    for (const auto& row : rows) {
+        CMediaTrack* t = Make(ZynSessionType_Video, ZynDirection_Recv);
+        t->GetTrack()->SetLabel(static_cast<uint32_t>(row.vid));
+        if (row.start) {
+            EXPECT_EQ(ZYN_S_OK, t->Start(false)) << row.name;
+        }
+        if (row.mute) {
+            EXPECT_EQ(ZYN_S_OK, t->Mute()) << row.name;
+        }
+        ZynSimulcastRequest request{};
+        request.vid = static_cast<uint8_t>(row.vid);
+        request.uBitrate = 64000;
+        if (row.request) t->SetRequest(request);
+        table.Push(row.vid, t);
+        tracks.push_back(t);
+        // Forced, the record is there whatever the state.
+        EXPECT_NE(nullptr, t->GetRequest(true)) << row.name;
+        EXPECT_EQ(row.asks, t->GetRequest(false) != nullptr) << row.name;
+    }
+    std::vector<ZynSimulcastRequest> asked;
+    table.GetRequsts(asked);
+    ASSERT_EQ(2u, asked.size());
+    EXPECT_EQ(1, asked[0].vid);
+    EXPECT_EQ(9, asked[1].vid);
+
+    // Lip sync pairs a CSI with the stream that shows it alone, once the poll took the list in.
+    const uint32_t two[] = {0x100, 0x201};
+    tracks[0]->getMediaCSI().SetCSI(&two[1], 1);
+    tracks[1]->getMediaCSI().SetCSI(two, 2);
+    CMediaTrack* found = nullptr;
+    EXPECT_EQ(ZYN_E_NOTFOUND, table.FindSyncTrack(0x201, &found)) << "not yet polled";
+    uint32_t oldList[15], newList[15], oldCount = 0, newCount = 0;
+    for (CMediaTrack* t : tracks) t->getMediaCSI().CheckCSIChanged(oldList, oldCount, newList, newCount);
+    ASSERT_EQ(ZYN_S_OK, table.FindSyncTrack(0x201, &found));
+    EXPECT_EQ(tracks[0], found);
+    found->Release();
+    EXPECT_EQ(ZYN_E_NOTFOUND, table.FindSyncTrack(0x100, &found)) << "a stream of two sources syncs to neither";
+    EXPECT_EQ(ZYN_E_INVALIDARG, table.FindSyncTrack(0x201, nullptr));
+    table.Clear();
+    for (CMediaTrack* t : tracks) t->Release();
+}
+
+TEST_F(TrackUnitTest, TheFarEndsLayersNeedALineAndAVideoTrack)
+{
+    _tagVideoSubscribeMultiStream record{};
+    record.uNumStreams = 1;
+    CMediaTrack* audio = Make(ZynSessionType_Audio, ZynDirection_Send);
+    CMediaTrack* video = Make(ZynSessionType_Video, ZynDirection_Send);
+    // No line here: nothing reaches the engine.
+    EXPECT_EQ(ZYN_E_FAIL, audio->SubscribeMutlistream(record));
+    EXPECT_EQ(ZYN_E_FAIL, video->SubscribeMutlistream(record));
+    uint8_t out[328];
+    uint32_t size = sizeof out;
+    EXPECT_EQ(ZYN_E_NOTFOUND, video->GetTrack()->GetOption(ZynTrackOption_SubscribeMultiStream, out, size));
+    audio->Release();
+    video->Release();
+}
