@@ -46,6 +46,8 @@ CMediaConnectionInfo::~CMediaConnectionInfo()
 {
     Stop();
     Cleanup();
+    if (m_pMediastoresEntity)
+        releaseMediastoresEntity(static_cast<int32_t>(m_type), GetIdentityCallId(), m_pMediastoresEntity);
 }
 
 int CMediaConnectionInfo::ThreadTypeOf(ZynSessionType type)
@@ -112,6 +114,11 @@ ZynResult CMediaConnectionInfo::Init(CMediaConnection* connection, ZynSessionTyp
     if (ACmThread* net = CCmThreadManager::Instance()->GetThread(m_nThreadType)) {
         m_networkThread = net;
         m_eqNetwork = net->GetEventQueue();
+    }
+    // The line works without the store: only its call settings are missing then.
+    if (createMediastoresEntity(static_cast<int32_t>(type), GetIdentityCallId(), &m_pMediastoresEntity) != 0) {
+        m_pMediastoresEntity = nullptr;
+        MS_ERROR_TRACE("CMediaConnectionInfo::Init, create MediastoresEntity failed!" << LINE_TAIL);
     }
     MS_INFO_TRACE("CMediaConnectionInfo::Init, mid=" << m_mid << ", threadType=" << m_nThreadType << LINE_TAIL);
     return ZYN_S_OK;
@@ -479,6 +486,7 @@ void CMediaConnectionInfo::Cleanup()
         m_pZynSession->Release();
         m_pZynSession = nullptr;
     }
+    if (m_pMediastoresEntity) m_pMediastoresEntity->OnCallEnded(GetIdentity());
     m_eqNetwork = nullptr;
     m_networkThread = nullptr;
     m_sink = nullptr;

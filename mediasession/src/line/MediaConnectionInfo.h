@@ -18,6 +18,7 @@
 #include "common/ZynIdentity.h"
 #include "config/MediaConfigs.h"
 #include "ice/IceConnector.h"
+#include "mediastores/Mediastores.h"
 #include "sdp/codec.h"
 #include "sdp/crypto.h"
 #include "sdp/ice.h"
@@ -403,6 +404,8 @@ private:
     bool m_bFecSetup = false;
     bool m_bRtxSetup = false;
     bool m_bHybridSetup = false;
+    // The call store's entity of this line (null when the store refused one); released with the line.
+    IMediastoresEntity* m_pMediastoresEntity = nullptr;
     // Subscriptions, sync and announces.
     std::atomic<int32_t> m_nMaxFrameLimitMode{0};
     std::atomic<uint32_t> m_uMaxFrameRateBound{0};
