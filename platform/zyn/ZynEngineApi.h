@@ -75,8 +75,8 @@ public:
     // reference. ZYN_E_INVALIDARG on a local track, ZYN_E_DUPLICATE while one is attached.
     virtual ZynResult AddExternalRenderer(IZynMediaFileRenderer* renderer) = 0;
     virtual ZynResult RemoveExternalRenderer(IZynMediaFileRenderer* renderer) = 0;
-    // Local device tracks: the capture device (null: the engine's default). ZYN_E_INVALIDARG for a
-    // device of another kind than the track's media.
+    // Local device tracks: the capture device (null: the engine's default); remote audio tracks:
+    // the speaker they play on. ZYN_E_INVALIDARG for a device of another kind than the track's media.
     virtual ZynResult SetDevice(IZynMediaDevice* device) = 0;
     // The device in use with one reference, or null.
     virtual IZynMediaDevice* GetDevice() = 0;

@@ -37,6 +37,7 @@ bool DeviceFits(ZynTrackKind kind, ZynDeviceKind device)
     case ZynTrack_AudioLocal:
     case ZynTrack_AudioSlideLocal: return device == ZynDevice_Microphone;
     case ZynTrack_VideoLocal: return device == ZynDevice_Camera;
+    case ZynTrack_RemoteAudio: return device == ZynDevice_Speaker;
     default: return false;
     }
 }

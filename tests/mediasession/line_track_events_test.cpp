@@ -218,4 +218,37 @@ TEST_F(LineTrackEventsTest, TheEncoderGetsTheFarEndsLayersWithinTheLinesBounds)
     EXPECT_EQ(ZYN_E_FAIL, r);
 }
 
+TEST_F(LineTrackEventsTest, APluggedSpeakerPlaysTheFarEndOnlyWithASwitch)
+{
+    zyn::CMediaConnectionInfo* audio = Line(kAudio);
+    IZynMediaEngineInternal* engine = call.Impl(0)->GetEngine();
+    auto speakerInUse = [&] {
+        IZynMediaTrack* t = audio->GetAudioRemoteTrack()->GetTrack();
+        IZynMediaDevice* device = t ? t->GetDevice() : nullptr;
+        const std::string name = device ? device->GetDeviceName() : "";
+        if (device) device->Release();
+        return name;
+    };
+    const struct {
+        const char* name;
+        bool defaultSwitch, speakerSwitch;
+        ZynDeviceKind kind;
+        const char* plugged;
+        std::string inUse;
+    } steps[] = {
+        {"switches off", false, false, ZynDevice_Speaker, "zyn-spk-usb1", ""},
+        {"speaker switch", false, true, ZynDevice_Speaker, "zyn-spk-usb2", "zyn-spk-usb2"},
+        {"default switch", true, false, ZynDevice_Speaker, "zyn-spk-usb3", "zyn-spk-usb3"},
+        {"a microphone moves no speaker", false, true, ZynDevice_Microphone, "zyn-mic-usb4", "zyn-spk-usb3"},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.name);
+        audio->SetAudioDefaultDeviceSwitchState(step.defaultSwitch);
+        audio->SetAudioDefaultSpeakerDeviceSwitchState(step.speakerSwitch);
+        FromEngine([&] { ASSERT_EQ(ZYN_S_OK, engine->SimulateDeviceChange(step.kind, step.plugged, true)); });
+        OnMain();
+        EXPECT_EQ(step.inUse, speakerInUse());
+    }
+}
+
 }  // namespace

@@ -421,7 +421,8 @@ ZynResult CMediaTrack::SetPlayoutDevice(IZynMediaDevice* device)
 {
     if (!device) return ZYN_E_POINTER;
     if (m_eDirection != ZynDirection_Recv || !IsAudio()) return ZYN_E_FAIL;
-    return device->GetDeviceKind() == ZynDevice_Speaker ? ZYN_S_OK : ZYN_E_INVALIDARG;
+    if (device->GetDeviceKind() != ZynDevice_Speaker) return ZYN_E_INVALIDARG;
+    return m_pTrack ? m_pTrack->SetDevice(device) : ZYN_E_POINTER;
 }
 
 ZynResult CMediaTrack::GetCSI(unsigned int* csis, unsigned int& count)
