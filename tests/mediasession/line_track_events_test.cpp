@@ -71,6 +71,12 @@ TEST_F(LineTrackEventsTest, EventsActOnTheEngineAndReachTheSink)
     const ZynKeyFrameRequest keyFrame{0x1234, 1, 0};
     ZynSimulcastAnnounce announce{};
     announce.uLiveSourceCount = 3;
+    // An engine record that claims more entries than it has room for is read up to its room.
+    ZynSimulcastAnnounce overfull{};
+    overfull.uLiveSourceCount = 3;
+    overfull.uEntryCount = 0xFFFFFFFF;
+    for (uint32_t i = 0; i < kZynMaxAnnounceEntries; ++i)  // vids without a track
+        overfull.entries[i] = {static_cast<uint8_t>(100 + i), 0, {}, 1, 0};
     const uint32_t keyFramesBefore = KeyFrames(kVideo);
 
     const struct {
@@ -89,6 +95,7 @@ TEST_F(LineTrackEventsTest, EventsActOnTheEngineAndReachTheSink)
          {"render size 1 " + std::to_string(label) + " 1"}, 1},
         {"announce: the live sources", [&] { video->OnAnnounce(&announce); }, {"live sources 1 3"}, 1},
         {"announce without a record", [&] { video->OnAnnounce(nullptr); }, {}, 1},
+        {"announce claiming too many entries", [&] { video->OnAnnounce(&overfull); }, {"live sources 1 3"}, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -212,6 +219,12 @@ TEST_F(LineTrackEventsTest, TheEncoderGetsTheFarEndsLayersWithinTheLinesBounds)
         EXPECT_EQ(640u, got.stStreams[1].uWidth) << "the other layers keep their size";
         EXPECT_EQ(3600u, got.stStreams[0].uMaxFS);
     }
+    // A record claiming more layers than it holds reaches the encoder with the four it holds.
+    asked.uNumStreams = 1000;
+    OnMain([&] { Line(kVideo)->GetLocalTrack()->SubscribeMutlistream(asked); });
+    _tagVideoSubscribeMultiStream got{};
+    ASSERT_TRUE(Subscribed(kVideo, got));
+    EXPECT_EQ(4u, got.uNumStreams);
     // Audio has no layers.
     ZynResult r = ZYN_S_OK;
     OnMain([&] { r = Line(kAudio)->GetLocalTrack()->SubscribeMutlistream(asked); });
