@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "call_harness.h"
+#include "mediasession/ZynScreenShare.h"
 #include "perf/DynPerformanceControl.h"
 
 namespace {
@@ -262,6 +263,52 @@ TEST_F(LineTrackEventsTest, APluggedSpeakerPlaysTheFarEndOnlyWithASwitch)
         OnMain();
         EXPECT_EQ(step.inUse, speakerInUse());
     }
+}
+
+struct ShareRecorder : IZynScreenShareObserver {
+    void OnCaptureStatusChanged(unsigned long mid, ZynScreenCaptureStatus status) override
+    {
+        heard.push_back("status " + std::to_string(mid) + " " + std::to_string(status));
+    }
+    void OnCaptureEvent(unsigned long mid, int32_t event, int32_t value) override
+    {
+        heard.push_back("event " + std::to_string(mid) + " " + std::to_string(event) + " " + std::to_string(value));
+    }
+    void OnCapturePositionChanged(unsigned long mid, int32_t l, int32_t t, int32_t r, int32_t b) override
+    {
+        heard.push_back("position " + std::to_string(mid) + " " + std::to_string(l) + "," + std::to_string(t) + "," +
+                        std::to_string(r) + "," + std::to_string(b));
+    }
+    std::vector<std::string> heard;
+};
+
+TEST_F(LineTrackEventsTest, CaptureEventsReachEveryRegisteredShareObserverOnce)
+{
+    zyn::CMediaConnectionInfo* share = Line(kShare);
+    ShareRecorder a, b;
+    EXPECT_EQ(ZYN_S_OK, share->AddScreenShareObserver(&a));
+    EXPECT_EQ(ZYN_S_OK, share->AddScreenShareObserver(&b));
+    EXPECT_EQ(ZYN_E_DUPLICATE, share->AddScreenShareObserver(&a));
+    EXPECT_EQ(ZYN_E_POINTER, share->AddScreenShareObserver(nullptr));
+    FromEngine([&] {
+        share->OnCaptureStatusChanged(nullptr, ZynScreenCaptureStatus_Running);
+        share->OnCaptureEvent(nullptr, 3, 9);
+        share->OnCapturePositionChanged(nullptr, 0, 0, 1280, 720);
+    });
+    const std::vector<std::string> all = {"status 2 1", "event 2 3 9", "position 2 0,0,1280,720"};
+    EXPECT_EQ(all, a.heard);
+    EXPECT_EQ(all, b.heard);
+    EXPECT_EQ(ZYN_S_OK, share->RemoveScreenShareObserver(&a));
+    EXPECT_EQ(ZYN_E_NOTFOUND, share->RemoveScreenShareObserver(&a));
+    FromEngine([&] { share->OnCaptureStatusChanged(nullptr, ZynScreenCaptureStatus_Stopped); });
+    EXPECT_EQ(3u, a.heard.size());
+    EXPECT_EQ("status 2 0", b.heard.back());
+    // Without the application's sink the capturer's news go nowhere.
+    OnMain([&] { call.Conn(0)->SetSink(nullptr); });
+    FromEngine([&] { share->OnCaptureEvent(nullptr, 4, 0); });
+    EXPECT_EQ(4u, b.heard.size());
+    OnMain([&] { call.Conn(0)->SetSink(&call.sink[0]); });
+    share->RemoveScreenShareObserver(&b);
 }
 
 }  // namespace

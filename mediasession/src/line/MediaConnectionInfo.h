@@ -18,6 +18,7 @@
 #include "common/ZynIdentity.h"
 #include "config/MediaConfigs.h"
 #include "ice/IceConnector.h"
+#include "line/ScreenShareObserver.h"
 #include "mediastores/Mediastores.h"
 #include "sdp/codec.h"
 #include "sdp/crypto.h"
@@ -292,6 +293,15 @@ public:
     void OnAnnounce(const ZynSimulcastAnnounce* announce);
     uint32_t GetLiveSourceCount() const { return m_liveSourceCount.load(); }
     void SetAudioDefaultSpeakerDeviceSwitchState(bool on) { m_bSpeakerSwitch.store(on); }
+    // The application's observers of the share capturer; the engine's capture events go to them.
+    ZynResult AddScreenShareObserver(IZynScreenShareObserver* observer) { return m_shareObservers.AddObserver(observer); }
+    ZynResult RemoveScreenShareObserver(IZynScreenShareObserver* observer)
+    {
+        return m_shareObservers.RemoveObserver(observer);
+    }
+    void OnCaptureStatusChanged(void* notifier, ZynScreenCaptureStatus status);
+    void OnCaptureEvent(void* notifier, int32_t event, int32_t value);
+    void OnCapturePositionChanged(void* notifier, int32_t left, int32_t top, int32_t right, int32_t bottom);
 
 private:
     // A question the connection answers; after Cleanup every feature reads as off.
@@ -414,6 +424,7 @@ private:
     std::map<uint32_t, CMediaTrack*> m_syncTable;  // guarded by m_syncMutex; no references
     std::atomic<uint32_t> m_liveSourceCount{0};
     std::atomic<bool> m_bSpeakerSwitch{false};
+    CScreenShareObserver m_shareObservers;
     static std::mutex s_dtlsMutex;
     static CCmString m_pDtlsCert;
     static CCmString m_pDtlsPriKey;

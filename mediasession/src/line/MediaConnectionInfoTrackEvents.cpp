@@ -85,4 +85,26 @@ void CMediaConnectionInfo::OnAnnounce(const ZynSimulcastAnnounce* announce)
     sink->OnLiveSourcesAvailableMediaChanged(m_mid, static_cast<int>(announce->uLiveSourceCount));
 }
 
+void CMediaConnectionInfo::OnCaptureStatusChanged(void*, ZynScreenCaptureStatus status)
+{
+    LINE_SINK_OR_RETURN(sink);
+    MS_INFO_TRACE("CMediaConnectionInfo::OnCaptureStatusChanged, status=" << status << LINE_TAIL);
+    const unsigned long mid = m_mid;
+    m_shareObservers.ForEach([mid, status](IZynScreenShareObserver& o) { o.OnCaptureStatusChanged(mid, status); });
+}
+
+void CMediaConnectionInfo::OnCaptureEvent(void*, int32_t event, int32_t value)
+{
+    LINE_SINK_OR_RETURN(sink);
+    const unsigned long mid = m_mid;
+    m_shareObservers.ForEach([mid, event, value](IZynScreenShareObserver& o) { o.OnCaptureEvent(mid, event, value); });
+}
+
+void CMediaConnectionInfo::OnCapturePositionChanged(void*, int32_t left, int32_t top, int32_t right, int32_t bottom)
+{
+    LINE_SINK_OR_RETURN(sink);
+    const unsigned long mid = m_mid;
+    m_shareObservers.ForEach([=](IZynScreenShareObserver& o) { o.OnCapturePositionChanged(mid, left, top, right, bottom); });
+}
+
 }  // namespace zyn
