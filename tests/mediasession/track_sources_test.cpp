@@ -85,14 +85,6 @@ TEST(MediaCSI, ReadsCopyNoMoreThanTheRoomOrTheList)
     EXPECT_NE(0u, csi.GetLastUpdate());
 }
 
-TEST(MediaCSI, ListsPrintAsTracesWantThem)
-{
-    const uint32_t two[] = {1, 2};
-    EXPECT_EQ("1,2,", zyn::formatCSI(two, 2));
-    EXPECT_EQ("", zyn::formatCSI(two, 0));
-    EXPECT_EQ("", zyn::formatCSI(nullptr, 3));
-}
-
 TEST(SubscribeSize, TheFirstLayerTakesTheSizeItsFrameSizeAllows)
 {
     const struct {

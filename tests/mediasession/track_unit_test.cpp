@@ -253,8 +253,6 @@ TEST_F(TrackUnitTest, SwappingTheEngineTrackKeepsTheOldOneASecondLonger)
     remote->Release();
 }
 
-}  // namespace
-
 // What the request list and the lip-sync look-up take from a table of remote tracks in every state.
 TEST_F(TrackUnitTest, OnlyStartedUnmutedTracksWithARequestAsk)
 {
@@ -314,18 +312,4 @@ TEST_F(TrackUnitTest, OnlyStartedUnmutedTracksWithARequestAsk)
     for (CMediaTrack* t : tracks) t->Release();
 }
 
-TEST_F(TrackUnitTest, TheFarEndsLayersNeedALineAndAVideoTrack)
-{
-    _tagVideoSubscribeMultiStream record{};
-    record.uNumStreams = 1;
-    CMediaTrack* audio = Make(ZynSessionType_Audio, ZynDirection_Send);
-    CMediaTrack* video = Make(ZynSessionType_Video, ZynDirection_Send);
-    // No line here: nothing reaches the engine.
-    EXPECT_EQ(ZYN_E_FAIL, audio->SubscribeMutlistream(record));
-    EXPECT_EQ(ZYN_E_FAIL, video->SubscribeMutlistream(record));
-    uint8_t out[328];
-    uint32_t size = sizeof out;
-    EXPECT_EQ(ZYN_E_NOTFOUND, video->GetTrack()->GetOption(ZynTrackOption_SubscribeMultiStream, out, size));
-    audio->Release();
-    video->Release();
-}
+}  // namespace
