@@ -98,12 +98,78 @@ protected:
 const std::vector<std::pair<ZynSessionType, const char*>> kThreeLines{
     {ZynSessionType_Audio, nullptr}, {ZynSessionType_Video, nullptr}, {ZynSessionType_ScreenShare, nullptr}};
 
+// Switches that land as one named option of a line's capture track: {"<key>": true} gives "1".
+TEST_F(TogglesTest, EachSwitchReachesTheCaptureTrack)
+{
+    const struct {
+        const char* key;
+        unsigned long mid;
+        const char* option;
+    } rows[] = {
+        {"EnableMusicDetection", kAudio, "AEC_music_detection"},
+        {"EnablClipVolumeCtl", kAudio, "AAGC_clip_control"},
+        {"EnableNewAgc", kAudio, "DAGC_new_agc"},
+        {"EnableCaptureDagc", kAudio, "DAGC_dagc_record_enabled"},
+        {"EnablePlaybackDagc", kAudio, "DAGC_dagc_playback_enabled"},
+        {"EnableFullbandAudio", kAudio, "AEC_enhance_fullband_enabled"},
+        {"LessEchoMode", kAudio, "AEC_less_echo_mode"},
+        {"DelayEstEx", kAudio, "AEC_delay_est_ex_enabled"},
+        {"EnhanceFarEndVAD", kAudio, "AEC_enhance_far_end_vad"},
+        {"EnableNewBNR", kAudio, "BNR_new_ULP_mode"},
+        {"EnableCaptureRawData", kAudio, "EnableCaptureRawData"},
+        {"EnableAECJointNLP", kAudio, "EnableAECJointNLP"},
+        {"EnhanceLinearFilterInAEC", kAudio, "EnhanceLinearFilterInAEC"},
+        {"MoreDagcGain", kAudio, "MoreDagcGain"},
+        {"EnableMQEAudioProcessDataUpload", kAudio, "EnableMQEAudioProcessDataUpload"},
+        {"EnableMuteDetection", kAudio, "EnableMuteDetection"},
+        {"VideoStrategyEnableFPSAdjust", kVideo, "VideoStrategyEnableFPSAdjust"},
+        {"VideoStrategyEnableMaxQPAdjust", kVideo, "VideoStrategyEnableMaxQPAdjust"},
+        {"EnableAV1RGBEncoding", kShare, "SHARE_av1_rgb"},
+        {"EnableImmersiveSharing", kShare, "SHARE_immersive"},
+        {"EnableHighFidelitySharing", kShare, "SHARE_hifi_text"},
+        {"EnableCapturerWindowBaseContent", kShare, "SHARE_window_base_content"},
+    };
+    Connection c(kThreeLines);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.key);
+        EXPECT_EQ("(unset)", c.TrackOption(row.mid, row.option));
+        const std::string text = std::string(R"({")") + row.key + R"(": true})";
+        EXPECT_EQ(ZYN_S_OK, c.conn->GetGlobalConfig()->SetFeatureToggles(text.c_str()));
+        EXPECT_EQ("1", c.TrackOption(row.mid, row.option));
+        // Every session holds the whole text.
+        EXPECT_EQ(json::Deserialize(text), json::Deserialize(c.SessionText(kVideo, 22)));
+    }
+}
+
+// Toggles with their own value forms or effects, each on a fresh connection.
 TEST_F(TogglesTest, EachToggleActsWhereItLands)
 {
     using Read = std::function<std::string(Connection&)>;
     auto engine = Read([](Connection& c) { return c.EngineText(CMediaConnection::kEngineOptionFeatureText); });
     auto track = [](unsigned long mid, const char* name) {
         return Read([mid, name](Connection& c) { return c.TrackOption(mid, name); });
+    };
+    auto rtx = [](unsigned long mid) {
+        return Read([mid](Connection& c) { return c.SessionText(mid, 2002).substr(0, 1); });
+    };
+    // The data-flow bits the next offer declares for hybrid resilience on the video line.
+    auto dataFlow = Read([](Connection& c) {
+        IBaseConfig* video = c.conn->GetVideoConfig(kVideo);
+        video->EnableFec(true);
+        video->EnableRtx(true);
+        c.Offer();
+        const std::string& text = c.sink.texts.back();
+        const std::string token = "a=vorta-sobe-hybrid-resilience:1 data-flow=";
+        const size_t at = text.find(token, text.find("m=video"));
+        if (at == std::string::npos) return std::string("(none)");
+        return text.substr(at + token.size(), text.find('\r', at) - at - token.size());
+    });
+    auto offersAv1 = [](size_t index) {
+        return Read([index](Connection& c) {
+            for (const sdp::codec& k : c.Offer().sessions[index].rtp.get_data().codecs)
+                if (k.get_name() == "AV1") return std::string("AV1");
+            return std::string("no AV1");
+        });
     };
     auto transport = Read([](Connection&) { return std::to_string(TransportOption()); });
     struct Row {
@@ -119,39 +185,29 @@ TEST_F(TogglesTest, EachToggleActsWhereItLands)
         {R"({"EnableInsensitiveUDPPhase2": "true"})", engine, "defer-downgrade"},
         {R"({"EnableInherentLossProbing": true})", engine, "inherentloss-probing"},
         {R"({"EnableInherentLossProbing": false})", engine, "(unset)"},
-        {R"({"EnableRetransmissionForAudio": true})",
-         [](Connection& c) { return c.SessionText(kAudio, 2002).substr(0, 1); }, "\x01"},
-        {R"({"EnableRetransmissionForVideo": "true"})",
-         [](Connection& c) { return c.SessionText(kVideo, 2002).substr(0, 1); }, "\x01"},
-        {R"({"EnableRetransmissionForHfpsShare": true})",
-         [](Connection& c) { return c.SessionText(kShare, 2002).substr(0, 1); }, "\x01"},
-        {R"({"EnableMusicDetection": true})", track(kAudio, "AEC_music_detection"), "1"},
-        {R"({"EnablClipVolumeCtl": true})", track(kAudio, "AAGC_clip_control"), "1"},
-        {R"({"EnableNewAgc": true})", track(kAudio, "DAGC_new_agc"), "1"},
-        {R"({"EnableCaptureDagc": true})", track(kAudio, "DAGC_dagc_record_enabled"), "1"},
-        {R"({"EnablePlaybackDagc": false})", track(kAudio, "DAGC_dagc_playback_enabled"), "0"},
-        {R"({"EnableFullbandAudio": true})", track(kAudio, "AEC_enhance_fullband_enabled"), "1"},
-        {R"({"LessEchoMode": true})", track(kAudio, "AEC_less_echo_mode"), "1"},
-        {R"({"DelayEstEx": true})", track(kAudio, "AEC_delay_est_ex_enabled"), "1"},
-        {R"({"EnhanceFarEndVAD": true})", track(kAudio, "AEC_enhance_far_end_vad"), "1"},
-        {R"({"EnableNewBNR": true})", track(kAudio, "BNR_new_ULP_mode"), "1"},
+        {R"({"EnableRetransmissionForAudio": true})", rtx(kAudio), "\x01"},
+        {R"({"EnableRetransmissionForVideo": "true"})", rtx(kVideo), "\x01"},
+        {R"({"EnableRetransmissionForHfpsShare": true})", rtx(kShare), "\x01"},
+        {R"({"EnableRetransmissionForFEC": true})", dataFlow, "3"},
+        {R"({"EnableFECForRetransmission": true})", dataFlow, "5"},
+        {R"({"EnableRetransmissionForFEC": true, "EnableFECForRetransmission": "true"})", dataFlow, "7"},
+        {R"({"EnableFECForRetransmission": false})", dataFlow, "1"},
+        {R"({"DynamicFecModeWithRTX": "BURST_LENGTH_ONLY"})",
+         [](Connection& c) {
+             char text[64] = {};
+             uint32_t n = sizeof(text);
+             IZynMediaSession* s = c.impl->FindConnection(kShare)->GetZynSession();
+             return s->GetNamedOption("DynamicFecModeWithRTX", text, n) == ZYN_S_OK ? std::string(text, n) : "(unset)";
+         },
+         "BURST_LENGTH_ONLY"},
+        {R"({"EnableAV1bySessionType": 2})", offersAv1(1), "AV1"},
+        {R"({"EnableAV1bySessionType": "4"})", offersAv1(1), "no AV1"},
+        {R"({"EnableAV1bySessionType": 4})", offersAv1(2), "AV1"},
+        {R"({"ForceSharingStrictRegionCheck": true})", track(kShare, "SHARE_skip_strict_region_check"), "0"},
         {R"({"EnableImprovedAagc": {"EnableImproved": true}})", track(kAudio, "AAGC_improved_aagc"), "1"},
-        {R"({"EnableCaptureRawData": true})", track(kAudio, "EnableCaptureRawData"), "1"},
-        {R"({"EnableAECJointNLP": true})", track(kAudio, "EnableAECJointNLP"), "1"},
-        {R"({"EnhanceLinearFilterInAEC": true})", track(kAudio, "EnhanceLinearFilterInAEC"), "1"},
-        {R"({"MoreDagcGain": true})", track(kAudio, "MoreDagcGain"), "1"},
-        {R"({"EnableMQEAudioProcessDataUpload": true})", track(kAudio, "EnableMQEAudioProcessDataUpload"), "1"},
-        {R"({"EnableMuteDetection": true})", track(kAudio, "EnableMuteDetection"), "1"},
         {R"({"AudioJitterBufferFeatures": "7"})", track(kAudio, "AudioJitterBufferFeatures"), "7"},
         {R"({"CameraImageQualityOverFrameRate": 2})", track(kVideo, "CameraImageQualityOverFrameRate"), "2"},
         {R"({"CameraImageQualityOverFrameSize": "1"})", track(kVideo, "CameraImageQualityOverFrameSize"), "1"},
-        {R"({"VideoStrategyEnableFPSAdjust": true})", track(kVideo, "VideoStrategyEnableFPSAdjust"), "1"},
-        {R"({"VideoStrategyEnableMaxQPAdjust": true})", track(kVideo, "VideoStrategyEnableMaxQPAdjust"), "1"},
-        {R"({"ForceSharingStrictRegionCheck": true})", track(kShare, "ForceSharingStrictRegionCheck"), "1"},
-        {R"({"EnableAV1RGBEncoding": true})", track(kShare, "EnableAV1RGBEncoding"), "1"},
-        {R"({"EnableImmersiveSharing": true})", track(kShare, "EnableImmersiveSharing"), "1"},
-        {R"({"EnableHighFidelitySharing": true})", track(kShare, "EnableHighFidelitySharing"), "1"},
-        {R"({"EnableCapturerWindowBaseContent": true})", track(kShare, "EnableCapturerWindowBaseContent"), "1"},
         {R"({"cpu_high_usage": 80, "cpu_time_counter": "5"})",
          [](Connection& c) {
              auto& g = c.impl->GetGlobalConfigImpl();
@@ -169,8 +225,6 @@ TEST_F(TogglesTest, EachToggleActsWhereItLands)
         Connection c(kThreeLines);
         EXPECT_EQ(ZYN_S_OK, c.conn->GetGlobalConfig()->SetFeatureToggles(row.text));
         EXPECT_EQ(row.expect, row.read(c));
-        // Every session holds the whole text.
-        EXPECT_EQ(json::Deserialize(row.text), json::Deserialize(c.SessionText(kVideo, 22)));
     }
 }
 

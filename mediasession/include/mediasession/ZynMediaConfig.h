@@ -270,17 +270,160 @@ protected:
     ~IAudioConfig() override = default;
 };
 
+// Which side of the video pipeline runs on the hardware codec.
+enum ZynHWAccelerationConfig : int32_t {
+    ZynHWAcceleration_Encoder = 1,
+    ZynHWAcceleration_Decoder = 2,
+    ZynHWAcceleration_Both = 3,
+};
+
+// H.264 packetization-mode: 0 one NAL unit a packet, 1 fragmented and aggregated units.
+enum ZynPacketizationMode : int32_t {
+    ZynPacketizationMode_0 = 0,
+    ZynPacketizationMode_1 = 1,
+};
+
+// Degrees clockwise; no other value is accepted.
+enum ZynVideoRotation : int32_t {
+    ZynVideoRotation_0 = 0,
+    ZynVideoRotation_90 = 90,
+    ZynVideoRotation_180 = 180,
+    ZynVideoRotation_270 = 270,
+};
+
+enum ZynVideoQualityType : int32_t {
+    ZynVideoQuality_90P = 0,
+    ZynVideoQuality_180P = 1,
+    ZynVideoQuality_360P = 2,
+    ZynVideoQuality_720P = 3,
+    ZynVideoQuality_1080P = 4,
+    ZynVideoQuality_4K = 5,
+};
+
+// What a shared screen mostly shows; the encoder favours sharpness or motion by it.
+enum ZynShareContentType : int32_t {
+    ZynShareContent_Default = 0,
+    ZynShareContent_Text = 1,
+    ZynShareContent_Video = 2,
+};
+
+// Limits of one video codec as the line decodes or encodes it; 0 leaves a limit to the level.
+struct ZynVideoCodecParams {
+    uint32_t uProfileLevelID;  // H.264 profile-level-id, 24 bits
+    uint32_t uMaxMBPS;
+    uint32_t uMaxFS;
+    uint32_t uMaxFPS;
+    uint32_t uMaxBR;       // kbit/s
+    uint32_t uMaxBRMode1;  // decoding only: the rate in packetization mode 1
+};
+
+// What camera video and screen share have in common. Most settings go to the line's local engine
+// track (kept until the line has one); the decoding limits, the packetization mode and AV1 shape
+// the line's next description.
 class IBaseVideoConfig : public virtual IBaseConfig {
+public:
+    // H.264 and AV1 only; guarded.
+    virtual ZynResult SetDecodeParams(ZynCodecType codec, const ZynVideoCodecParams& params) = 0;
+    virtual ZynResult SetEncodeParams(ZynCodecType codec, const ZynVideoCodecParams& params) = 0;
+    // ZYN_E_NOTFOUND when none were set for the codec.
+    virtual ZynResult GetDecodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const = 0;
+    virtual ZynResult GetEncodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const = 0;
+    virtual ZynResult EnableHWAcceleration(bool enable, ZynHWAccelerationConfig config) = 0;
+    virtual bool IsHWAccelerationEnabled(ZynHWAccelerationConfig config) const = 0;
+    // Refused (ZYN_E_FAIL) while the local track is started.
+    virtual ZynResult EnableAVCSimulcast(bool enable) = 0;
+    virtual ZynResult SetMaxPacketSize(unsigned int bytes) = 0;                // guarded
+    virtual unsigned int GetMaxPacketSize() const = 0;
+    virtual ZynResult SetPacketizationMode(ZynPacketizationMode mode) = 0;  // guarded
+    virtual ZynPacketizationMode GetPacketizationMode() const = 0;
+    virtual ZynResult SetDataDumpFlag(unsigned int flag) = 0;
+    virtual ZynResult SetDataDumpPath(const char* path, unsigned int length) = 0;
+    virtual ZynResult LimitNalSize(bool limit) = 0;
+    virtual ZynResult SetMaxNalSize(unsigned int bytes) = 0;
+    virtual ZynResult EnablePeriodIDR(bool enable) = 0;
+    virtual ZynResult EnableCVO(bool enable) = 0;
+    virtual ZynResult EnableUpdateCapParam(bool enable) = 0;
+    virtual ZynResult EnableSelfPreviewHorizontalMirror(bool enable) = 0;
+    virtual ZynResult Disable90PVideo(bool disable) = 0;
+    virtual ZynResult Enable1080PVideo(bool enable) = 0;
+    virtual ZynResult EnableSmoothPlay(bool enable) = 0;
+    virtual ZynResult SetMinVideoBuffTime(unsigned int milliseconds) = 0;
+    // Constrained high profile: H.264 only, and only once enabled.
+    virtual bool IsSupportCHP(ZynCodecType codec) const = 0;
+    virtual ZynResult EnableCHP(bool enable) = 0;
+    virtual ZynResult SetTemporalLayerNum(unsigned int count) = 0;
+    virtual ZynResult SetAV1EncoderSpeed(unsigned int speed) = 0;
+    virtual ZynResult SetVideoMaxMBPS(unsigned int mbps) = 0;
+    // ZYN_E_WRONGSTATE for a value that is not a ZynVideoRotation.
+    virtual ZynResult SetVideoRotate(ZynVideoRotation rotation) = 0;
+    virtual bool IsAV1Enabled() const = 0;
+    virtual bool IsAV1EnableSend() const = 0;
+    virtual ZynResult SetAV1CodecParam(unsigned int level, unsigned int tier) = 0;
+    virtual ZynResult SetMaxEncodeResolution(unsigned int width, unsigned int height) = 0;
+    virtual ZynResult EnablePLIFIR(bool pli, bool fir) = 0;
+    // id below 16; ZYN_E_INVALIDARG above.
+    virtual ZynResult SetVideoStrategy(unsigned int id, int value) = 0;
+    // ZYN_E_WRONGSTATE when the line has no local track.
+    virtual ZynResult SetVideoProcessingStrategy(unsigned int id, int value) = 0;
+    virtual ZynResult SetMaxCaptureQuality(ZynVideoQualityType quality) = 0;
+
 protected:
     ~IBaseVideoConfig() override = default;
 };
 
 class IVideoConfig : public virtual IBaseVideoConfig {
+public:
+    // A camera never captures 4K: enabling it is refused with ZYN_E_NOTAVAILABLE.
+    virtual ZynResult Enable4KVideo(bool enable) = 0;
+    virtual ZynResult EnableAndroidCameraExternalRender(bool enable) = 0;
+
 protected:
     ~IVideoConfig() override = default;
 };
 
+// Screen capture and sharing. Counts and sizes must not be negative (ZYN_E_INVALIDARG).
 class IShareConfig : public virtual IBaseVideoConfig {
+public:
+    virtual ZynResult SetScreenMaxCaptureFps(int fps) = 0;
+    virtual ZynResult SetScreenCaptureDownSampleMinHeight(int height) = 0;
+    virtual ZynResult SetScreenCaptureDownSampleMaxHeight(int height) = 0;
+    virtual ZynResult SetScreenCaptureMaxFS(int maxFS) = 0;
+    virtual ZynResult SetScreenCaptureMode(int mode) = 0;
+    virtual ZynResult EnableCaptureDownsample(bool enable) = 0;
+    virtual ZynResult SetScreenCodecMode(int mode) = 0;
+    virtual ZynResult SetCapturerThreadCount(int count) = 0;
+    virtual ZynResult SharingOverVideoPipeline(bool enable) = 0;
+    virtual ZynResult EnableCapturerDuplicateFrameCheck(bool enable) = 0;
+    virtual ZynResult EnableCapturerWindowBaseContent(bool enable) = 0;
+    virtual ZynResult EnableChangeAeroMode(bool enable) = 0;
+    virtual ZynResult SetShareConfigOption(int option, int value) = 0;
+    virtual ZynResult SetHighFidelityTextShareToggle(int value) = 0;
+    virtual int GetHighFidelityTextShareToggle() const = 0;
+    virtual ZynResult EnableHighFidelityTextShare(bool enable) = 0;
+    virtual bool IsEnabledHighFidelityTextShare() const = 0;
+    virtual ZynResult EnableChangeSharingResolutionForUplink(bool enable) = 0;
+    virtual ZynResult SetMagCapturerMaxExcludeWindowCount(int count) = 0;
+    virtual ZynResult DisableSystemAnimation(bool disable) = 0;
+    virtual ZynResult EnableExcludeMacMenuBar(bool enable) = 0;
+    virtual ZynResult EnableCatchMagAPIException(bool enable) = 0;
+    virtual ZynResult EnableIpcScreenCapturer(bool enable) = 0;
+    virtual ZynResult SetVDIScreenLockStatus(bool locked) = 0;
+    virtual ZynResult SetShareContentType(ZynShareContentType type) = 0;
+    virtual ZynResult EnableAutoContentTypeDetect(bool enable) = 0;
+    virtual ZynResult EnableHighFps(bool enable) = 0;
+    virtual ZynResult EnableCaptureVideoContent(bool enable, bool withAudio) = 0;
+    virtual ZynResult Enable4KVideo(bool enable) = 0;
+    virtual ZynResult EnableRTXLongDelayTolerantOptmization(bool enable) = 0;
+    virtual ZynResult DisableMacShareRetina(bool disable) = 0;
+    virtual ZynResult EnableUserControlWASHostLifecycle(bool enable) = 0;
+    virtual ZynResult SkipSharingStrictRegionCheck(bool skip) = 0;
+    virtual ZynResult DisableAV1EncodeInNormalShare(bool disable) = 0;
+    virtual bool IsAV1RGBEncodingEnabled() const = 0;
+    virtual ZynResult EnableImmersiveSharing(bool enable) = 0;
+    virtual ZynResult SetOnPremStarted(bool started) = 0;
+    // Both texts required (ZYN_E_INVALIDARG for a null one).
+    virtual ZynResult SetOnPremConfig(const char* sessionId, const char* token) = 0;
+
 protected:
     ~IShareConfig() override = default;
 };

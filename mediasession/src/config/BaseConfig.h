@@ -109,6 +109,10 @@ public:
     bool IsRtxEnabled() const override { return m_bRtx; }
     // Retransmission and FEC together.
     bool IsHybridResilienceEnabled() const override { return m_bRtx && m_bFec; }
+    // What hybrid resilience protects, the data-flow bits of its description attribute.
+    static constexpr uint32_t kDataFlowRtxMedia = 1, kDataFlowRtxAll = 2, kDataFlowFecRtx = 4;
+    uint32_t GetHybridResilienceDataFlow() const { return m_hybridDataFlow; }
+    ZynResult SetHybridResilienceDataFlow(uint32_t flow);
     ZynResult SetRtxInfo(ZynSobeRtxInfo& info, eStreamDirection direction) override;
     ZynResult GetRtxInfo(ZynSobeRtxInfo& info, eStreamDirection direction) override;
     ZynResult EnableTmmbr(bool enable) override;
@@ -202,6 +206,7 @@ private:
     std::array<ZynSobeFecInfo, 2> m_fecInfo;  // [0] out, [1] in
     bool m_bRtx = false;
     std::array<ZynSobeRtxInfo, 2> m_rtxInfo;  // [0] out, [1] in
+    uint32_t m_hybridDataFlow = kDataFlowRtxMedia;
     bool m_bTmmbr = false;
     bool m_bReceiverBasedQos = false;
     bool m_bRecordLossData = false;

@@ -76,6 +76,14 @@ ZynResult CBaseConfig::GetFecInfo(ZynSobeFecInfo& info, eStreamDirection directi
     return ZYN_S_OK;
 }
 
+ZynResult CBaseConfig::SetHybridResilienceDataFlow(uint32_t flow)
+{
+    CFG_INFO_TRACE("SetHybridResilienceDataFlow, value=" << flow);
+    // Bits the description cannot carry would be refused by the far end's parser.
+    if (flow & ~(kDataFlowRtxMedia | kDataFlowRtxAll | kDataFlowFecRtx)) return ZYN_E_INVALIDARG;
+    return Commit(m_hybridDataFlow, flow, EMediaConfigItem::HybridDataFlow);
+}
+
 ZynResult CBaseConfig::EnableRtx(bool enable)
 {
     CFG_INFO_TRACE("EnableRtx, value=" << enable);

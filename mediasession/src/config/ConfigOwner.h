@@ -60,6 +60,7 @@ enum class EMediaConfigItem : int {
     RtpExtension,          // GetRtpExtensions
     EncodeCodecs,          // GetEncodeCodecs, GetEncodeCodecPts
     DecodeCodecs,          // GetDecodeCodecs, GetDecodeCodecPts
+    HybridDataFlow,        // GetHybridResilienceDataFlow
 };
 
 class IMediaConfigOwner : public IConfigOwner {
@@ -82,6 +83,14 @@ public:
         (void)name, (void)value;
         return ZYN_E_NOTRACK;
     }
+    // The same, kept until the line has a local track; the track's code once it has one.
+    virtual ZynResult KeepLocalTrackOption(const char* name, const char* value)
+    {
+        (void)name, (void)value;
+        return ZYN_E_NOTRACK;
+    }
+    virtual bool HasLocalTrack() { return false; }
+    virtual bool IsLocalTrackStarted() { return false; }
     // Figures only the negotiated line knows.
     virtual unsigned int GetMaxAvailableSources(ZynSubscribePolicy policy)
     {

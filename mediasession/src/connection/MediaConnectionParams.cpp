@@ -1,10 +1,13 @@
 // Settings by JSON text: SetParams applies each key it finds through the typed configuration
 // setters, GetParams reads them back in the same shape. Caller's thread, like the setters.
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <functional>
 #include <string>
 
 #include "config/CodecConversion.h"
+#include "config/MediaConfigs.h"
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
 #include "util/CmJson.h"
@@ -252,6 +255,269 @@ void ApplyAudio(CParamsApplier& a, CAudioConfig& audio)
     }));
 }
 
+// Settings that only the engine track acts on, by the engine's option name; GetParams reads them
+// back from the track.
+struct CTrackKey {
+    const char* key;
+    const char* option;
+};
+constexpr CTrackKey kCommonTrackSwitches[] = {{"disableResponseMSync", "RTP_disable_response_msync"},
+                                              {"bEnableMsync", "RTP_msync"},
+                                              {"bEnablePLI", "RTCP_pli"},
+                                              {"bEnableRTCPXR", "RTCP_xr"}};
+constexpr CTrackKey kAudioTrackSwitches[] = {{"enableHDAudio", "AUDIO_hd_audio"},
+                                             {"enableVAD", "AUDIO_vad"},
+                                             {"enableDropSeconds", "AUDIO_drop_seconds"},
+                                             {"enableKeyDumpFile", "AUDIO_key_dump_files"},
+                                             {"ignoreRemoteDevice", "AUDIO_ignore_remote_device"},
+                                             {"enablePlaybackCNG", "AUDIO_playback_cng"},
+                                             {"enableASNO", "AUDIO_asno"}};
+constexpr CTrackKey kAudioTrackNumbers[] = {{"AudioMode", "AUDIO_mode"},
+                                            {"setPlaybackStreamMode", "AUDIO_playback_stream_mode"}};
+// One bit each of the module dump mask, in bit order.
+constexpr const char* kAudioDumpBits[] = {"enableMultiTrackDumpFile",  "enableAllDumpFile",
+                                          "enableAECDumpFile",         "enableCaptureDAGCDumpFile",
+                                          "enableEncoderDumpFile",     "enablePlaybackMixDumpFile",
+                                          "enablePlaybackDAGCDumpFile"};
+constexpr const char* kAudioDumpMaskOption = "AUDIO_module_dump_files";
+constexpr const char* kAudioDumpPathOption = "AUDIO_key_dump_path";
+constexpr const char* kVideoDecoderMosaicOption = "VIDEO_decoder_mosaic";
+constexpr const char* kVideoMaxRecordOption = "VIDEO_max_capability";
+
+void ApplyTrackKeys(CParamsApplier& a, CMediaConnectionInfo& line, const CTrackKey* keys, size_t count, bool numbers)
+{
+    for (size_t i = 0; i < count; ++i) {
+        const char* option = keys[i].option;
+        if (numbers)
+            a.Key<int64_t>(keys[i].key, Int([&](int64_t v) {
+                return line.KeepLocalTrackOption(option, std::to_string(v).c_str());
+            }));
+        else
+            a.Key<bool>(keys[i].key, Bool([&](bool v) { return line.KeepLocalTrackOption(option, v ? "1" : "0"); }));
+    }
+}
+
+void ReadTrackKeys(json::Object& out, CMediaConnectionInfo& line, const CTrackKey* keys, size_t count, bool numbers)
+{
+    for (size_t i = 0; i < count; ++i) {
+        std::string value;
+        if (line.GetLocalTrackOption(keys[i].option, value) != ZYN_S_OK) continue;
+        if (numbers)
+            out[keys[i].key] = std::strtoll(value.c_str(), nullptr, 10);
+        else
+            out[keys[i].key] = value == "1";
+    }
+}
+
+void ApplyAudioExtra(CParamsApplier& a, CMediaConnectionInfo& line)
+{
+    ApplyTrackKeys(a, line, kAudioTrackSwitches, std::size(kAudioTrackSwitches), false);
+    ApplyTrackKeys(a, line, kAudioTrackNumbers, std::size(kAudioTrackNumbers), true);
+    std::string current;
+    uint32_t mask = line.GetLocalTrackOption(kAudioDumpMaskOption, current) == ZYN_S_OK
+                        ? static_cast<uint32_t>(std::strtoul(current.c_str(), nullptr, 10))
+                        : 0;
+    const uint32_t before = mask;
+    for (size_t bit = 0; bit < std::size(kAudioDumpBits); ++bit)
+        a.Key<bool>(kAudioDumpBits[bit], Bool([&](bool v) {
+            mask = v ? (mask | (1u << bit)) : (mask & ~(1u << bit));
+            return ZYN_S_OK;
+        }));
+    if (mask != before) a.Note(line.KeepLocalTrackOption(kAudioDumpMaskOption, std::to_string(mask).c_str()));
+    a.Key<std::string>("enableKeyDumpFilesPath", Text([&](const std::string& v) {
+        return line.KeepLocalTrackOption(kAudioDumpPathOption, v.c_str());
+    }));
+    // Suites to key the sending side with, each with a fresh key.
+    if (a.Object().contains("srtpKey")) {
+        json::Array suites;
+        if (!json::Get(a.Object(), "srtpKey", suites)) return a.Note(ZYN_E_INVALIDARG);
+        CBaseConfig& config = line.GetConfig();
+        for (const json::Value& suite : suites) {
+            const std::string name = suite.is_string() ? suite.get<std::string>() : std::string();
+            const std::string key = config.CreateSrtpCryptoKey(name.c_str());
+            a.Note(key.empty() ? ZYN_E_INVALIDARG
+                               : config.SetupSrtpCrypto(ZynDirection_Send, name.c_str(), key.c_str(), false));
+        }
+    }
+}
+
+// One entry of "decodeCodec" or "encodeCodec": the codec by name and its limits.
+bool ParseCodecParams(const json::Value& entry, ZynCodecType& codec, ZynVideoCodecParams& params)
+{
+    std::string name;
+    if (!entry.is_object() || !json::Get(entry, "codec", name)) return false;
+    codec = ConvCodecType(name.c_str());
+    params = {};
+    const std::pair<const char*, uint32_t*> fields[] = {
+        {"uProfileLevelID", &params.uProfileLevelID}, {"max-mbps", &params.uMaxMBPS}, {"max-fs", &params.uMaxFS},
+        {"max-fps", &params.uMaxFPS}, {"max-br", &params.uMaxBR}, {"max_br_mode1", &params.uMaxBRMode1}};
+    for (const auto& [key, field] : fields)
+        if (entry.contains(key) && !json::Get(entry, key, *field)) return false;
+    return codec != ZynCodecType_Unknown;
+}
+
+using VideoSwitch = ZynResult (IBaseVideoConfig::*)(bool);
+struct CVideoSwitchKey {
+    const char* key;
+    VideoSwitch set;
+    const char* option;  // where GetParams reads it back
+};
+constexpr CVideoSwitchKey kVideoSwitches[] = {
+    {"bLimitNalSize", &IBaseVideoConfig::LimitNalSize, "VIDEO_limit_nal_size"},
+    {"bEnableCVO", &IBaseVideoConfig::EnableCVO, "VIDEO_cvo"},
+    {"enableAVCSimulcast", &IBaseVideoConfig::EnableAVCSimulcast, "VIDEO_avc_simulcast"},
+    {"disable90PVideo", &IBaseVideoConfig::Disable90PVideo, "VIDEO_disable_90p"},
+    {"enable1080PVideo", &IBaseVideoConfig::Enable1080PVideo, "VIDEO_enable_1080p"},
+    {"enablePeriodicIDR", &IBaseVideoConfig::EnablePeriodIDR, "VIDEO_period_idr"},
+    {"enableUpdateCapParam", &IBaseVideoConfig::EnableUpdateCapParam, "VIDEO_update_cap_param"},
+    {"enableSelfPreviewHorizontalMirror", &IBaseVideoConfig::EnableSelfPreviewHorizontalMirror,
+     "VIDEO_self_preview_mirror"},
+    {"enableSmoothPlay", &IBaseVideoConfig::EnableSmoothPlay, "VIDEO_smooth_play"},
+    {"enableCHP", &IBaseVideoConfig::EnableCHP, "VIDEO_chp"},
+};
+using VideoNumber = ZynResult (IBaseVideoConfig::*)(unsigned int);
+struct CVideoNumberKey {
+    const char* key;
+    VideoNumber set;
+    const char* option;
+};
+constexpr CVideoNumberKey kVideoNumbers[] = {
+    {"uMaxPacketSize", &IBaseVideoConfig::SetMaxPacketSize, "VIDEO_max_packet_size"},
+    {"uVideoDataDumpFlag", &IBaseVideoConfig::SetDataDumpFlag, "VIDEO_data_dump_flag"},
+    {"maxNalSize", &IBaseVideoConfig::SetMaxNalSize, "VIDEO_max_nal_size"},
+    {"enableDataDump", &IBaseVideoConfig::SetDataDumpFlag, "VIDEO_data_dump_flag"},
+};
+
+void ApplyVideo(CParamsApplier& a, CMediaConnectionInfo& line, CBaseVideoConfig& video)
+{
+    a.Key<bool>("enableDecoderMosaic", Bool([&](bool v) {
+        return line.KeepLocalTrackOption(kVideoDecoderMosaicOption, v ? "1" : "0");
+    }));
+    a.Key<int64_t>("eVideoQualityLevel", Int([&](int64_t v) {
+        return InRange<int32_t>(v, ZynVideoQuality_90P, ZynVideoQuality_4K, [&](int32_t q) {
+            return video.SetMaxCaptureQuality(static_cast<ZynVideoQualityType>(q));
+        });
+    }));
+    a.Keys({"iMaxWidth", "iMaxHeight", "iMaxFrameRate", "iMaxSpacialLayer"}, [&](const int64_t (&v)[4]) {
+        std::string record;
+        for (int64_t x : v) {
+            if (x < 0 || x > INT32_MAX) return ZYN_E_INVALIDARG;
+            record += (record.empty() ? "" : ",") + std::to_string(x);
+        }
+        return line.KeepLocalTrackOption(kVideoMaxRecordOption, record.c_str());
+    });
+    for (const CVideoNumberKey& k : kVideoNumbers)
+        a.Key<int64_t>(k.key, Int([&](int64_t v) {
+            return InRange<uint32_t>(v, 0, UINT32_MAX, [&](uint32_t n) { return (video.*k.set)(n); });
+        }));
+    a.Key<int64_t>("ePacketizationMode", Int([&](int64_t v) {
+        return InRange<int32_t>(v, ZynPacketizationMode_0, ZynPacketizationMode_1, [&](int32_t m) {
+            return video.SetPacketizationMode(static_cast<ZynPacketizationMode>(m));
+        });
+    }));
+    a.Key<bool>("bHWAcceleration", Bool([&](bool v) { return video.EnableHWAcceleration(v, ZynHWAcceleration_Both); }));
+    a.Key<bool>("bHWEncoder", Bool([&](bool v) { return video.EnableHWAcceleration(v, ZynHWAcceleration_Encoder); }));
+    a.Key<bool>("bHWDecoder", Bool([&](bool v) { return video.EnableHWAcceleration(v, ZynHWAcceleration_Decoder); }));
+    for (const CVideoSwitchKey& k : kVideoSwitches) a.Key<bool>(k.key, Bool([&](bool v) { return (video.*k.set)(v); }));
+    for (const char* key : {"decodeCodec", "encodeCodec"}) {
+        if (!a.Object().contains(key)) continue;
+        json::Array entries;
+        if (!json::Get(a.Object(), key, entries)) {
+            a.Note(ZYN_E_INVALIDARG);
+            continue;
+        }
+        const bool decode = key[0] == 'd';
+        for (const json::Value& entry : entries) {
+            ZynCodecType codec = ZynCodecType_Unknown;
+            ZynVideoCodecParams params{};
+            if (!ParseCodecParams(entry, codec, params))
+                a.Note(ZYN_E_INVALIDARG);
+            else
+                a.Note(decode ? video.SetDecodeParams(codec, params) : video.SetEncodeParams(codec, params));
+        }
+    }
+}
+
+void ApplyScreen(CParamsApplier& a, CShareConfig& share)
+{
+    a.Key<int64_t>("screenMaxCaptureFps", Int([&](int64_t v) {
+        return InRange<int32_t>(v, INT32_MIN, INT32_MAX, [&](int32_t n) { return share.SetScreenMaxCaptureFps(n); });
+    }));
+    a.Key<int64_t>("downSampleMaxHeight", Int([&](int64_t v) {
+        return InRange<int32_t>(v, INT32_MIN, INT32_MAX,
+                                [&](int32_t n) { return share.SetScreenCaptureDownSampleMaxHeight(n); });
+    }));
+    a.Key<int64_t>("screenCodecMode", Int([&](int64_t v) {
+        return InRange<int32_t>(v, INT32_MIN, INT32_MAX, [&](int32_t n) { return share.SetScreenCodecMode(n); });
+    }));
+    if (a.Object().contains("enableCaptureVideoContent")) {
+        bool enable = false, withAudio = false;
+        const bool typed = json::Get(a.Object(), "enableCaptureVideoContent", enable) &&
+                           (!a.Object().contains("enableCaptureVideoContentWithAudio") ||
+                            json::Get(a.Object(), "enableCaptureVideoContentWithAudio", withAudio));
+        a.Note(typed ? share.EnableCaptureVideoContent(enable, withAudio) : ZYN_E_INVALIDARG);
+    }
+    a.Key<bool>("sharingOverVideoPipeline", Bool([&](bool v) { return share.SharingOverVideoPipeline(v); }));
+}
+
+void ReadVideo(json::Object& section, CMediaConnectionInfo& line, CBaseVideoConfig& video)
+{
+    for (const CVideoSwitchKey& k : kVideoSwitches)
+        if (video.GetTrackValue(k.option)) section[k.key] = video.IsTrackSwitchOn(k.option);
+    for (const CVideoNumberKey& k : kVideoNumbers)
+        if (const std::string* v = video.GetTrackValue(k.option)) section[k.key] = std::strtoll(v->c_str(), nullptr, 10);
+    section["uMaxPacketSize"] = video.GetMaxPacketSize();
+    section["ePacketizationMode"] = video.GetPacketizationMode();
+    if (const std::string* q = video.GetTrackValue("VIDEO_max_capture_quality"))
+        section["eVideoQualityLevel"] = std::strtoll(q->c_str(), nullptr, 10);
+    section["isHardwareAccelerationEnabled"] = video.IsHWAccelerationEnabled(ZynHWAcceleration_Both);
+    section["bHWEncoder"] = video.IsHWAccelerationEnabled(ZynHWAcceleration_Encoder);
+    section["bHWDecoder"] = video.IsHWAccelerationEnabled(ZynHWAcceleration_Decoder);
+    std::string value;
+    if (line.GetLocalTrackOption(kVideoDecoderMosaicOption, value) == ZYN_S_OK)
+        section["enableDecoderMosaic"] = value == "1";
+    if (line.GetLocalTrackOption(kVideoMaxRecordOption, value) == ZYN_S_OK) {
+        const char* keys[] = {"iMaxWidth", "iMaxHeight", "iMaxFrameRate", "iMaxSpacialLayer"};
+        const char* p = value.c_str();
+        for (const char* key : keys) {
+            char* end = nullptr;
+            section[key] = std::strtoll(p, &end, 10);
+            p = *end == ',' ? end + 1 : end;
+        }
+    }
+    for (bool decode : {true, false}) {
+        json::Array entries;
+        for (ZynCodecType codec : {ZynCodecType_AVC, ZynCodecType_SVC, ZynCodecType_AV1}) {
+            ZynVideoCodecParams p{};
+            if ((decode ? video.GetDecodeParams(codec, p) : video.GetEncodeParams(codec, p)) != ZYN_S_OK) continue;
+            json::Object e;
+            e["codec"] = ConvCodecTypeToString(codec);
+            e["uProfileLevelID"] = p.uProfileLevelID;
+            e["max-mbps"] = p.uMaxMBPS;
+            e["max-fs"] = p.uMaxFS;
+            e["max-fps"] = p.uMaxFPS;
+            e["max-br"] = p.uMaxBR;
+            if (decode) e["max_br_mode1"] = p.uMaxBRMode1;
+            entries.push_back(e);
+        }
+        if (!entries.empty()) section[decode ? "decodeCodec" : "encodeCodec"] = entries;
+    }
+}
+
+void ReadScreen(json::Object& section, CShareConfig& share)
+{
+    const CTrackKey numbers[] = {{"screenMaxCaptureFps", "SHARE_max_capture_fps"},
+                                 {"downSampleMaxHeight", "SHARE_downsample_max_height"},
+                                 {"screenCodecMode", "SHARE_codec_mode"}};
+    for (const CTrackKey& k : numbers)
+        if (const std::string* v = share.GetTrackValue(k.option)) section[k.key] = std::strtoll(v->c_str(), nullptr, 10);
+    const CTrackKey switches[] = {{"enableCaptureVideoContent", "SHARE_capture_video_content"},
+                                  {"enableCaptureVideoContentWithAudio", "SHARE_capture_video_content_audio"},
+                                  {"sharingOverVideoPipeline", "SHARE_over_video_pipeline"}};
+    for (const CTrackKey& k : switches)
+        if (share.GetTrackValue(k.option)) section[k.key] = share.IsTrackSwitchOn(k.option);
+}
+
 }  // namespace
 
 ZynResult CMediaConnection::SetParams(unsigned long mid, const char* params, unsigned int length)
@@ -284,8 +550,13 @@ ZynResult CMediaConnection::SetParams(unsigned long mid, const char* params, uns
         } else {
             CParamsApplier a(section);
             ApplyCommon(a, line->GetConfig());
-            if (line->GetSessionType() == ZynSessionType_Audio || line->GetSessionType() == ZynSessionType_AudioSlide)
+            ApplyTrackKeys(a, *line, kCommonTrackSwitches, std::size(kCommonTrackSwitches), false);
+            if (line->GetSessionType() == ZynSessionType_Audio || line->GetSessionType() == ZynSessionType_AudioSlide) {
                 ApplyAudio(a, line->GetAudioConfig());
+                ApplyAudioExtra(a, *line);
+            }
+            if (CBaseVideoConfig* video = line->GetBaseVideoConfig()) ApplyVideo(a, *line, *video);
+            if (line->GetSessionType() == ZynSessionType_ScreenShare) ApplyScreen(a, line->GetShareConfig());
             if (ZYN_FAILED(a.Result())) result = a.Result();
         }
     }
@@ -387,7 +658,21 @@ const char* CMediaConnection::GetParams(unsigned long mid)
             section["EnhaceFarEndVAD"] = audio.IsEngineSwitchOn("AEC_enhance_far_end_vad");
             ZynAecType aec = ZynAecTypeNone;
             if (audio.GetECType(aec) == ZYN_S_OK) section["getAecType"] = aec;
+            ReadTrackKeys(section, *line, kAudioTrackSwitches, std::size(kAudioTrackSwitches), false);
+            ReadTrackKeys(section, *line, kAudioTrackNumbers, std::size(kAudioTrackNumbers), true);
+            std::string value;
+            if (line->GetLocalTrackOption(kAudioDumpMaskOption, value) == ZYN_S_OK) {
+                const uint32_t mask = static_cast<uint32_t>(std::strtoul(value.c_str(), nullptr, 10));
+                for (size_t bit = 0; bit < std::size(kAudioDumpBits); ++bit)
+                    section[kAudioDumpBits[bit]] = (mask >> bit & 1u) != 0;
+            }
+            if (line->GetLocalTrackOption(kAudioDumpPathOption, value) == ZYN_S_OK)
+                section["enableKeyDumpFilesPath"] = value;
+            if (*c.GetSrtpCryptoSuite()) section["srtpKey"] = json::Array{json::Value(c.GetSrtpCryptoSuite())};
         }
+        ReadTrackKeys(section, *line, kCommonTrackSwitches, std::size(kCommonTrackSwitches), false);
+        if (CBaseVideoConfig* video = line->GetBaseVideoConfig()) ReadVideo(section, *line, *video);
+        if (line->GetSessionType() == ZynSessionType_ScreenShare) ReadScreen(section, line->GetShareConfig());
         out[name] = section;
     }
     m_paramsText = json::Serialize(out);

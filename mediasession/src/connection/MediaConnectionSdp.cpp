@@ -228,19 +228,40 @@ void CMediaConnection::buildCodecs(CMediaConnectionInfo* line, std::vector<sdp::
                                    const std::vector<ZynCodecType>& list)
 {
     const ZynSessionType type = line ? line->GetSessionType() : ZynSessionType_Video;
+    const CBaseVideoConfig* video = line ? line->GetBaseVideoConfig() : nullptr;
+    // The application's decoding limits replace the default capability of that codec.
+    auto record = [&](const ZynEngineCodecInfo& info, uint8_t payload, uint32_t packetization) {
+        _tagCodecParam r = EngineRecord(info, payload, packetization);
+        const ZynVideoCodecParams* limits = video ? video->GetDecodeLimits(r.type) : nullptr;
+        if (limits) {
+            if (limits->uProfileLevelID) r.cap.profile_id = limits->uProfileLevelID;
+            r.cap.mbps = limits->uMaxMBPS;
+            r.cap.fs = limits->uMaxFS;
+            r.cap.fps = limits->uMaxFPS;
+            r.cap.br = limits->uMaxBR;
+        }
+        return r;
+    };
     std::vector<_tagCodecParam> records;
     for (ZynCodecType codec : list) {
         const ZynEngineCodecInfo* info = FindEngineCodec(IsAudioKind(type) ? ZynSessionType_Audio : type, codec);
         if (!info) continue;
         if (codec == ZynCodecType_AV1) continue;  // offered only where the hardware decodes it
         if (codec == ZynCodecType_AVC) {
-            // Fragmenting mode first: it is the one that carries large key frames efficiently.
-            records.push_back(EngineRecord(*info, info->payload, 1));
-            if (info->mode0Payload) records.push_back(EngineRecord(*info, info->mode0Payload, 0));
+            // Fragmenting mode first: it is the one that carries large key frames efficiently,
+            // unless the application packetizes one unit a packet.
+            const bool mode0First = video && video->GetPacketizationMode() == ZynPacketizationMode_0;
+            if (mode0First && info->mode0Payload) records.push_back(record(*info, info->mode0Payload, 0));
+            records.push_back(record(*info, info->payload, 1));
+            if (!mode0First && info->mode0Payload) records.push_back(record(*info, info->mode0Payload, 0));
             continue;
         }
-        records.push_back(EngineRecord(*info, info->payload, 1));
+        records.push_back(record(*info, info->payload, 1));
     }
+    // Turned on for the line: after the H.264 modes, which every peer decodes.
+    if (video && video->IsAV1Enabled())
+        if (const ZynEngineCodecInfo* info = FindEngineCodec(type, ZynCodecType_AV1))
+            records.push_back(record(*info, info->payload, 1));
     std::vector<CCodecPt> pts;
     ConvertCodecs(records.data(), static_cast<unsigned int>(records.size()), out, pts);
 }
@@ -303,7 +324,8 @@ void CMediaConnection::buildSdpSession(CMediaConnectionInfo* line)
     rtp.rtcp_mux = m_globalConfig.IsRTCPMuxEnabled();
     if (config.GetMaxBandwidth() != 0) rtp.set_bandwidth(config.GetMaxBandwidth());
     if (config.IsHybridResilienceEnabled())
-        rtp.sobe_hybrid_resilience = sdp::sobe_hybrid_resilience(std::vector<std::string>{"1"}, 1);
+        rtp.sobe_hybrid_resilience = sdp::sobe_hybrid_resilience(std::vector<std::string>{"1"},
+                                                                config.GetHybridResilienceDataFlow());
     rtp.mid = std::to_string(line->GetMid());
     m_pLocalSessionGroup->add_session(sdp::session(std::move(rtp)));
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "connection/MediaConnection.h"
+#include "config/MediaConfigs.h"
 #include "line/MediaConnectionInfo.h"
 #include "tp/CmTpOption.h"
 #include "util/CmJson.h"
@@ -46,9 +47,6 @@ bool AsNumber(const char* key, const json::Value& v, long& out)
 constexpr const char* kAudioPassThrough[] = {"EnableCaptureRawData", "EnableAECJointNLP", "EnhanceLinearFilterInAEC",
                                             "MoreDagcGain", "EnableMQEAudioProcessDataUpload", "EnableMuteDetection"};
 constexpr const char* kVideoPassThrough[] = {"VideoStrategyEnableFPSAdjust", "VideoStrategyEnableMaxQPAdjust"};
-constexpr const char* kSharePassThrough[] = {"ForceSharingStrictRegionCheck", "EnableAV1RGBEncoding",
-                                            "EnableImmersiveSharing", "EnableHighFidelitySharing",
-                                            "EnableCapturerWindowBaseContent"};
 
 }  // namespace
 
@@ -111,6 +109,31 @@ void CMediaConnection::SetFeatureToggles(const char* text)
         if (has(r.key) && flag(r.key))
             if (CMediaConnectionInfo* line = FindConnection(r.type)) line->GetConfig().EnableRtx(true);
 
+    // Hybrid resilience: which packets each protection covers, on every line.
+    const struct {
+        const char* key;
+        uint32_t bit;
+    } dataFlows[] = {{"EnableRetransmissionForFEC", CBaseConfig::kDataFlowRtxAll},
+                     {"EnableFECForRetransmission", CBaseConfig::kDataFlowFecRtx}};
+    for (const auto& d : dataFlows) {
+        if (!has(d.key)) continue;
+        const bool on = flag(d.key);
+        if (d.bit == CBaseConfig::kDataFlowFecRtx)
+            MS_INFO_TRACE("CMediaConnection::SetFeatureToggles,EnableFECForRetransmission: " << on << CONN_TAIL);
+        for (CMediaConnectionInfo* line : m_connections) {
+            CBaseConfig& config = line->GetConfig();
+            const uint32_t flow = config.GetHybridResilienceDataFlow();
+            config.SetHybridResilienceDataFlow(on ? (flow | d.bit) : (flow & ~d.bit));
+        }
+    }
+    if (has("DynamicFecModeWithRTX") && parsed["DynamicFecModeWithRTX"].is_string()) {
+        const std::string mode = parsed["DynamicFecModeWithRTX"].get<std::string>();
+        if (mode == "TABLE_LOOKUP_ONLY" || mode == "BURST_LENGTH_ONLY")
+            for (CMediaConnectionInfo* line : m_connections)
+                if (IZynMediaSession* session = line->GetZynSession())
+                    session->SetNamedOption("DynamicFecModeWithRTX", mode.c_str());
+    }
+
     if (has("AudioJitterBufferFeatures") && AsNumber("AudioJitterBufferFeatures", parsed["AudioJitterBufferFeatures"], number)) {
         MS_INFO_TRACE("CMediaConnection::SetFeatureToggles,AudioJitterBufferFeatures with value:" << number << CONN_TAIL);
         passThrough(ZynSessionType_Audio, "AudioJitterBufferFeatures", std::to_string(number));
@@ -159,8 +182,31 @@ void CMediaConnection::SetFeatureToggles(const char* text)
         AsNumber("cpu_time_counter", parsed["cpu_time_counter"], interval))
         m_globalConfig.SetCpuHighUsageThreshold(static_cast<float>(threshold), static_cast<float>(interval));
 
-    for (const char* key : kSharePassThrough)
-        if (has(key)) passThrough(ZynSessionType_ScreenShare, key, flag(key) ? "1" : "0");
+    if (has("EnableAV1bySessionType") && AsNumber("EnableAV1bySessionType", parsed["EnableAV1bySessionType"], number)) {
+        // A mask of session types, bit n for type n.
+        for (ZynSessionType type : {ZynSessionType_Video, ZynSessionType_ScreenShare}) {
+            if (!(number & (1L << type))) continue;
+            CMediaConnectionInfo* line = FindConnection(type);
+            CBaseVideoConfig* video = line ? line->GetBaseVideoConfig() : nullptr;
+            if (!video) continue;
+            const ZynResult result = video->EnableAV1(true);
+            MS_INFO_TRACE("CMediaConnection::SetFeatureToggles, EnableAV1 SessionType = "
+                          << static_cast<int>(type) << ", isEnableAV1bySessionType(0 means OK)=" << result << CONN_TAIL);
+        }
+    }
+    const struct {
+        const char* key;
+        std::function<ZynResult(CShareConfig&, bool)> set;
+    } shareSwitches[] = {
+        {"ForceSharingStrictRegionCheck", [](CShareConfig& s, bool v) { return s.SkipSharingStrictRegionCheck(!v); }},
+        {"EnableAV1RGBEncoding", [](CShareConfig& s, bool v) { return s.EnableAV1RGBEncoding(v); }},
+        {"EnableImmersiveSharing", [](CShareConfig& s, bool v) { return s.EnableImmersiveSharing(v); }},
+        {"EnableHighFidelitySharing", [](CShareConfig& s, bool v) { return s.EnableHighFidelityTextShare(v); }},
+        {"EnableCapturerWindowBaseContent", [](CShareConfig& s, bool v) { return s.EnableCapturerWindowBaseContent(v); }},
+    };
+    if (CMediaConnectionInfo* share = FindConnection(ZynSessionType_ScreenShare))
+        for (const auto& s : shareSwitches)
+            if (has(s.key)) s.set(share->GetShareConfig(), flag(s.key));
     if (has("EnableAV1RGBEncoding"))
         MS_INFO_TRACE("CMediaConnection::SetFeatureToggles, EnableAV1RGBEncoding =" << flag("EnableAV1RGBEncoding")
                                                                                    << CONN_TAIL);
@@ -234,6 +280,9 @@ ZynResult CMediaConnection::ProcessDebugOption(ZynSessionType type, unsigned lon
         MS_INFO_TRACE("Overide the ICE policy by debug option." << CONN_TAIL);
         note(config.SetIcePolicy(policy));
     }
+    uint32_t dataDump = 0;
+    if (CBaseVideoConfig* video = line->GetBaseVideoConfig(); video && json::Get(o, "enableDataDump", dataDump))
+        note(video->SetDataDumpFlag(dataDump));
     int32_t dump = 0;
     if (json::Get(o, "enablePerformanceStatDump", dump))
         note(m_globalConfig.EnablePerformanceTraceDump(static_cast<ZynPerformanceDumpType>(dump)));

@@ -179,6 +179,9 @@ public:
     ZynResult OnMediaConfigChanged(EMediaConfigItem item) override;
     ZynResult SetLocalTrackOption(const char* name, const char* value) override;
     ZynResult GetLocalTrackOption(const char* name, std::string& value) override;
+    ZynResult KeepLocalTrackOption(const char* name, const char* value) override;
+    bool HasLocalTrack() override;
+    bool IsLocalTrackStarted() override;
     // Numbered options of the engine session that settings reach.
     static constexpr int32_t kSessionOptionMaxBandwidth = 10;
     static constexpr int32_t kSessionOptionFecOverhead = 16;
@@ -191,6 +194,7 @@ public:
     static constexpr int32_t kSessionOptionSendCsrc = 2005;
     static constexpr int32_t kSessionOptionFec = 2006;
     static constexpr int32_t kSessionOptionBandwidthRollback = 2009;
+    static constexpr int32_t kSessionOptionHybridDataFlow = 2010;
     // A file path given after the tracks exist takes effect on them at once.
     ZynResult OnFileConfigChanged(EMediaConfigItem item);
 
@@ -199,6 +203,8 @@ public:
     CAudioConfig& GetAudioConfig() { return m_audioConfig; }
     CVideoConfig& GetVideoConfig() { return m_videoConfig; }
     CShareConfig& GetShareConfig() { return m_shareConfig; }
+    // The video or share configuration by the line's type; null on other lines.
+    CBaseVideoConfig* GetBaseVideoConfig();
     CBaseConfig& GetBaseConfig() { return m_baseConfig; }
 
     // Description building (main thread). Ready: ports and candidates are known.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "line/MediaConnectionInfo.h"
+#include "track/MediaTrack.h"
 
 #define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
 
@@ -38,6 +39,8 @@ ZynResult CMediaConnectionInfo::OnMediaConfigChanged(EMediaConfigItem item)
         return SetSessionOption<uint8_t>(session, kSessionOptionRecordLossData, config.IsRecordLossDataEnabled());
     case EMediaConfigItem::Tmmbr:
         return SetSessionOption<uint8_t>(session, kSessionOptionTmmbr, config.IsTmmbrEnabled());
+    case EMediaConfigItem::HybridDataFlow:
+        return SetSessionOption<uint32_t>(session, kSessionOptionHybridDataFlow, config.GetHybridResilienceDataFlow());
     case EMediaConfigItem::Fec:
         return SetSessionOption<uint8_t>(session, kSessionOptionFec, config.IsFecEnabled());
     case EMediaConfigItem::Rtx: {
@@ -90,6 +93,29 @@ ZynResult CMediaConnectionInfo::GetLocalTrackOption(const char* name, std::strin
     const ZynResult result = track->GetNamedOption(name, text, size);
     if (result == ZYN_S_OK) value.assign(text, size);
     return result;
+}
+
+ZynResult CMediaConnectionInfo::KeepLocalTrackOption(const char* name, const char* value)
+{
+    if (!name || !value) return ZYN_E_INVALIDARG;
+    return ApplyLocalTrackOption([name = std::string(name), value = std::string(value)](IZynMediaTrack* track) {
+        return track->SetNamedOption(name.c_str(), value.c_str());
+    });
+}
+
+bool CMediaConnectionInfo::HasLocalTrack() { return GetLocalEngineTrack() != nullptr; }
+
+bool CMediaConnectionInfo::IsLocalTrackStarted()
+{
+    CZynAutoPtr<CMediaTrack> track = GetLocalTrack();
+    return track && track->isStarted();
+}
+
+CBaseVideoConfig* CMediaConnectionInfo::GetBaseVideoConfig()
+{
+    if (m_type == ZynSessionType_Video) return &m_videoConfig;
+    if (m_type == ZynSessionType_ScreenShare) return &m_shareConfig;
+    return nullptr;
 }
 
 }  // namespace zyn
