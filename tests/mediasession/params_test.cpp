@@ -20,6 +20,7 @@ using zyn::CMediaConnection;
 
 constexpr unsigned long kAudio = 0;
 constexpr unsigned long kVideo = 1;
+constexpr unsigned long kShare = 2;
 
 struct NullSink : IZynMediaConnectionSink {};
 
@@ -34,6 +35,7 @@ protected:
         m_conn->SetSink(&m_sink);
         ASSERT_EQ(ZYN_S_OK, m_conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, kAudio, nullptr));
         ASSERT_EQ(ZYN_S_OK, m_conn->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, kVideo, nullptr));
+        ASSERT_EQ(ZYN_S_OK, m_conn->AddMedia(ZynSessionType_ScreenShare, ZynDirection_SendRecv, kShare, nullptr));
     }
     void TearDown() override
     {
@@ -54,6 +56,14 @@ protected:
     {
         uint32_t v = 0, n = 4;
         return Impl().GetEngine()->GetOption(id, &v, n) == ZYN_S_OK ? v : 0xFFFFFFFF;
+    }
+    // A named option of the line's capture track as the engine holds it.
+    std::string TrackOption(unsigned long mid, const char* name)
+    {
+        IZynMediaTrack* track = Impl().FindConnection(mid)->GetLocalEngineTrack();
+        char text[256] = {};
+        uint32_t n = sizeof(text);
+        return track && track->GetNamedOption(name, text, n) == ZYN_S_OK ? std::string(text, n) : "(unset)";
     }
 
     mstest::EngineScope m_engine;
@@ -84,7 +94,14 @@ const char* const kEveryKey = R"({
     "rtxParams": {"bEnableRtx": true},
     "recordLossData": true, "uMaxBandwidth": 128000, "uInitBandWidth": 64000,
     "preferedCodec": "PCMA", "selectedCodec": "PCMU", "uMaxStreamsCount": 4,
-    "enableAGC": true, "enableEC": true, "enableNS": true, "enableBNR": true, "setAecType": 2
+    "enableAGC": true, "enableEC": true, "enableNS": true, "enableBNR": true, "setAecType": 2,
+    "disableResponseMSync": true, "bEnableMsync": true, "bEnablePLI": false, "bEnableRTCPXR": true,
+    "enableHDAudio": true, "enableVAD": true, "enableDropSeconds": true, "enableKeyDumpFile": true,
+    "ignoreRemoteDevice": true, "enablePlaybackCNG": false, "enableASNO": true, "AudioMode": 3,
+    "setPlaybackStreamMode": 2, "enableMultiTrackDumpFile": true, "enableAllDumpFile": false,
+    "enableAECDumpFile": true, "enableCaptureDAGCDumpFile": false, "enableEncoderDumpFile": true,
+    "enablePlaybackMixDumpFile": false, "enablePlaybackDAGCDumpFile": true,
+    "enableKeyDumpFilesPath": "/tmp/keys", "srtpKey": ["AES_CM_128_HMAC_SHA1_32"]
   }
 })";
 
@@ -137,12 +154,105 @@ TEST_F(ParamsTest, EveryKeyIsAppliedAndReadBack)
     EXPECT_EQ(128000u, bandwidth);
     IZynMediaTrack* track = Impl().FindConnection(kAudio)->GetLocalEngineTrack();
     ASSERT_NE(nullptr, track);
-    for (const char* option : {"AAGC_aagc_enabled", "AEC_aec_enabled", "AEC_record_nr_enabled", "BNR_bnr_enabled"}) {
+    for (const char* option : {"AAGC_aagc_enabled", "AEC_aec_enabled", "AEC_record_nr_enabled", "BNR_bnr_enabled",
+                               "AUDIO_vad", "RTP_msync", "RTCP_xr"}) {
         SCOPED_TRACE(option);
-        n = sizeof(text);
-        ASSERT_EQ(ZYN_S_OK, track->GetNamedOption(option, text, n));
-        EXPECT_STREQ("1", text);
+        EXPECT_EQ("1", TrackOption(kAudio, option));
     }
+    // Bits 0, 2, 4 and 6 of the module dump mask.
+    EXPECT_EQ("85", TrackOption(kAudio, "AUDIO_module_dump_files"));
+    EXPECT_STREQ("AES_CM_128_HMAC_SHA1_32", m_conn->GetAudioConfig(kAudio)->GetSrtpCryptoSuite());
+}
+
+// Every key of the video and screen sections, read back by GetParams and where it acts.
+const char* const kEveryVideoKey = R"({
+  "enableDecoderMosaic": true, "eVideoQualityLevel": 3,
+  "iMaxWidth": 1280, "iMaxHeight": 720, "iMaxFrameRate": 30, "iMaxSpacialLayer": 2,
+  "uMaxPacketSize": 1100, "ePacketizationMode": 0, "uVideoDataDumpFlag": 6, "bLimitNalSize": true,
+  "maxNalSize": 1000, "bHWEncoder": true, "bHWDecoder": false, "bEnableCVO": true,
+  "decodeCodec": [{"codec": "H264", "uProfileLevelID": 4382751, "max-mbps": 108000, "max-fs": 3600,
+                   "max-fps": 3000, "max-br": 1500, "max_br_mode1": 1800}],
+  "encodeCodec": [{"codec": "H264", "uProfileLevelID": 4382751, "max-mbps": 40500, "max-fs": 1350,
+                   "max-fps": 3000, "max-br": 800}],
+  "enableCHP": true, "enableAVCSimulcast": true, "disable90PVideo": true, "enable1080PVideo": true,
+  "enablePeriodicIDR": true, "enableUpdateCapParam": true, "enableSelfPreviewHorizontalMirror": true,
+  "enableSmoothPlay": true
+})";
+const char* const kEveryScreenKey = R"({"screenMaxCaptureFps": 15, "downSampleMaxHeight": 1080,
+  "screenCodecMode": 2, "enableCaptureVideoContent": true, "enableCaptureVideoContentWithAudio": true,
+  "sharingOverVideoPipeline": true})";
+
+TEST_F(ParamsTest, EveryVideoAndScreenKeyIsAppliedAndReadBack)
+{
+    const json::Value video = json::Deserialize(kEveryVideoKey);
+    json::Value screen = json::Deserialize(kEveryVideoKey);
+    const json::Value screenOnly = json::Deserialize(kEveryScreenKey);
+    for (const auto& [key, value] : screenOnly.items()) screen[key] = value;
+    const struct {
+        unsigned long mid;
+        const char* section;
+        const json::Value& keys;
+    } lines[] = {{kVideo, "video", video}, {kShare, "screen", screen}};
+    for (const auto& line : lines) {
+        SCOPED_TRACE(line.section);
+        json::Value text;
+        text[line.section] = line.keys;
+        EXPECT_EQ(ZYN_S_OK, Set(line.mid, json::Serialize(text)));
+        const json::Value out = Get(line.mid)[line.section];
+        for (const auto& [key, value] : line.keys.items()) {
+            SCOPED_TRACE(key);
+            ASSERT_TRUE(out.contains(key));
+            EXPECT_EQ(value, out[key]);
+        }
+    }
+    // Where they act: the capture track of each line, and the video line's next offer.
+    const struct {
+        unsigned long mid;
+        const char* option;
+        const char* expect;
+    } track[] = {
+        {kVideo, "VIDEO_max_packet_size", "1100"},   {kVideo, "VIDEO_max_capture_quality", "3"},
+        {kVideo, "VIDEO_hw_encoder", "1"},           {kVideo, "VIDEO_hw_decoder", "0"},
+        {kVideo, "VIDEO_max_capability", "1280,720,30,2"}, {kVideo, "VIDEO_decoder_mosaic", "1"},
+        {kShare, "SHARE_max_capture_fps", "15"},     {kShare, "SHARE_capture_video_content_audio", "1"},
+        {kShare, "SHARE_over_video_pipeline", "1"},  {kShare, "VIDEO_cvo", "1"},
+    };
+    for (const auto& row : track) {
+        SCOPED_TRACE(row.option);
+        EXPECT_EQ(row.expect, TrackOption(row.mid, row.option));
+    }
+}
+
+TEST_F(ParamsTest, BadVideoValuesFailAloneAndGuardedOnesAreRefusedAfterTheOffer)
+{
+    const std::string before = m_conn->GetParams(kVideo);
+    struct Row {
+        const char* name;
+        const char* text;
+        ZynResult expect;
+    } rows[] = {
+        {"packetization mode 2", R"({"video": {"ePacketizationMode": 2}})", ZYN_E_INVALIDARG},
+        {"quality past 4K", R"({"video": {"eVideoQualityLevel": 9}})", ZYN_E_INVALIDARG},
+        {"codec entry not an object", R"({"video": {"decodeCodec": [1]}})", ZYN_E_INVALIDARG},
+        {"codec not video", R"({"video": {"encodeCodec": [{"codec": "PCMU"}]}})", ZYN_E_INVALIDARG},
+        {"codecs not an array", R"({"video": {"encodeCodec": {"codec": "H264"}}})", ZYN_E_INVALIDARG},
+        {"negative record", R"({"video": {"iMaxWidth": -1, "iMaxHeight": 2, "iMaxFrameRate": 3,
+                                          "iMaxSpacialLayer": 1}})", ZYN_E_INVALIDARG},
+        {"one of four record keys", R"({"video": {"iMaxWidth": 640}})", ZYN_S_OK},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.expect, Set(kVideo, row.text));
+        EXPECT_EQ(before, m_conn->GetParams(kVideo));
+    }
+    EXPECT_EQ(ZYN_E_INVALIDARG, Set(kShare, R"({"screen": {"screenMaxCaptureFps": -5, "screenCodecMode": 1}})"));
+    EXPECT_EQ("(unset)", TrackOption(kShare, "SHARE_max_capture_fps"));
+    EXPECT_EQ("1", TrackOption(kShare, "SHARE_codec_mode"));
+
+    ASSERT_EQ(ZYN_S_OK, m_conn->CreateOffer());
+    EXPECT_EQ(ZYN_E_FAIL, Set(kVideo, R"({"video": {"uMaxPacketSize": 900, "bEnableCVO": true}})"));
+    EXPECT_EQ("(unset)", TrackOption(kVideo, "VIDEO_max_packet_size"));
+    EXPECT_EQ("1", TrackOption(kVideo, "VIDEO_cvo"));
 }
 
 // What GetParams gives, given back, is taken whole and changes nothing: on each kind of line, fresh

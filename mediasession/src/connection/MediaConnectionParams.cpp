@@ -668,7 +668,11 @@ const char* CMediaConnection::GetParams(unsigned long mid)
             }
             if (line->GetLocalTrackOption(kAudioDumpPathOption, value) == ZYN_S_OK)
                 section["enableKeyDumpFilesPath"] = value;
-            if (*c.GetSrtpCryptoSuite()) section["srtpKey"] = json::Array{json::Value(c.GetSrtpCryptoSuite())};
+            if (*c.GetSrtpCryptoSuite()) {
+                json::Array suites;
+                suites.push_back(c.GetSrtpCryptoSuite());
+                section["srtpKey"] = suites;
+            }
         }
         ReadTrackKeys(section, *line, kCommonTrackSwitches, std::size(kCommonTrackSwitches), false);
         if (CBaseVideoConfig* video = line->GetBaseVideoConfig()) ReadVideo(section, *line, *video);
