@@ -3,6 +3,7 @@
 // refused once the call started and leave what acts untouched.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -22,6 +23,7 @@ using zyn::CMediaConnectionInfo;
 
 constexpr unsigned long kAudioMid = 0;
 constexpr unsigned long kVideoMid = 1;
+constexpr unsigned long kShareMid = 2;
 
 struct OfferSink : IZynMediaConnectionSink {
     void OnSDPReady(ZynSdpType, const char* sdp) override { texts.emplace_back(sdp ? sdp : ""); }
@@ -39,6 +41,7 @@ public:
         conn->SetSink(&sink);
         EXPECT_EQ(ZYN_S_OK, conn->AddMedia(ZynSessionType_Audio, ZynDirection_SendRecv, kAudioMid, nullptr));
         EXPECT_EQ(ZYN_S_OK, conn->AddMedia(ZynSessionType_Video, ZynDirection_SendRecv, kVideoMid, nullptr));
+        EXPECT_EQ(ZYN_S_OK, conn->AddMedia(ZynSessionType_ScreenShare, ZynDirection_SendRecv, kShareMid, nullptr));
     }
     ~RealConnection()
     {
@@ -50,6 +53,16 @@ public:
     IGlobalConfig& Global() { return *conn->GetGlobalConfig(); }
     IBaseConfig& Audio() { return *conn->GetAudioConfig(kAudioMid); }
     IBaseConfig& Video() { return *conn->GetVideoConfig(kVideoMid); }
+    IVideoConfig& Camera() { return *conn->GetVideoConfig(kVideoMid); }
+    IShareConfig& Share() { return *conn->GetShareConfig(kShareMid); }
+    // A named option of the line's capture track as the engine holds it.
+    std::string TrackOption(unsigned long mid, const char* name)
+    {
+        IZynMediaTrack* track = impl->FindConnection(mid)->GetLocalEngineTrack();
+        char text[256] = {};
+        uint32_t n = sizeof(text);
+        return track && track->GetNamedOption(name, text, n) == ZYN_S_OK ? std::string(text, n) : "(unset)";
+    }
 
     // An option as the engine holds it, as the bytes' text ("" when never set).
     std::string EngineOption(int32_t id)
@@ -216,7 +229,7 @@ TEST_F(ConfigEffectTest, PortRangesAndCodecListsShapeTheNextOffer)
     EXPECT_EQ(ZynCodecType_AVC, video[0].type) << "a record named, not typed, is resolved in place";
 
     const sdp::session_group offer = c.Offer();
-    ASSERT_EQ(2u, offer.sessions.size());
+    ASSERT_EQ(3u, offer.sessions.size());
     const int audioPort = offer.sessions[0].get_port(), videoPort = offer.sessions[1].get_port();
     EXPECT_GE(audioPort, 54310);
     EXPECT_LE(audioPort, 54319);
@@ -251,6 +264,279 @@ TEST_F(ConfigEffectTest, EngineOptionsFailOnAStoppedConnection)
     EXPECT_EQ(ZYN_E_WRONGSTATE, global->SetQoSMinBandwidth(256000));
     EXPECT_EQ(128000u, global->GetQoSMinBandwidth());
     conn->Release();
+}
+
+// Every setter of the video and share configurations, read back from the line's capture track.
+// Each row sets the value for 1 before the call and for 2 after it started; a guarded row is refused
+// the second time and the first value stays on the track.
+TEST_F(ConfigEffectTest, EveryVideoAndShareSettingReachesTheCaptureTrack)
+{
+    using Set = std::function<ZynResult(RealConnection&, int)>;
+    using Expect = std::function<std::string(int)>;
+    auto on = Expect([](int v) { return std::string(v == 1 ? "1" : "0"); });
+    auto times = [](int scale) { return Expect([scale](int v) { return std::to_string(v * scale); }); };
+    auto video = [](auto set) {
+        return Set([set](RealConnection& c, int v) { return set(c.Camera(), v); });
+    };
+    auto share = [](auto set) {
+        return Set([set](RealConnection& c, int v) { return set(c.Share(), v); });
+    };
+    struct Row {
+        const char* name;
+        unsigned long mid;
+        Set set;
+        const char* option;
+        Expect expect;
+        bool guarded;
+    };
+    const Row rows[] = {
+        {"MaxPacketSize", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetMaxPacketSize(600u * v); }),
+         "VIDEO_max_packet_size", times(600), true},
+        {"PacketizationMode", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.SetPacketizationMode(static_cast<ZynPacketizationMode>(v - 1)); }),
+         "VIDEO_packetization_mode", [](int v) { return std::to_string(v - 1); }, true},
+        {"EncodeParams", kVideoMid,
+         video([](IVideoConfig& x, int v) {
+             return x.SetEncodeParams(ZynCodecType_AVC, ZynVideoCodecParams{0x42e01f, 1000u * v, 0, 0, 0, 0});
+         }),
+         "VIDEO_encode_capability",
+         [](int v) {
+             return R"({"codec":{"max-br":0,"max-fps":0,"max-fs":0,"max-mbps":)" + std::to_string(1000 * v) +
+                    R"(,"uProfileLevelID":4382751}})";
+         },
+         true},
+        {"HWAcceleration", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.EnableHWAcceleration(v == 1, ZynHWAcceleration_Both); }),
+         "VIDEO_hw_decoder", on, false},
+        {"DataDumpFlag", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetDataDumpFlag(3u * v); }),
+         "VIDEO_data_dump_flag", times(3), false},
+        {"DataDumpPath", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.SetDataDumpPath(v == 1 ? "/tmp/a" : "/tmp/bb", 100); }),
+         "VIDEO_data_dump_path", [](int v) { return std::string(v == 1 ? "/tmp/a" : "/tmp/bb"); }, false},
+        {"LimitNalSize", kVideoMid, video([](IVideoConfig& x, int v) { return x.LimitNalSize(v == 1); }),
+         "VIDEO_limit_nal_size", on, false},
+        {"MaxNalSize", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetMaxNalSize(500u * v); }),
+         "VIDEO_max_nal_size", times(500), false},
+        {"PeriodIDR", kVideoMid, video([](IVideoConfig& x, int v) { return x.EnablePeriodIDR(v == 1); }),
+         "VIDEO_period_idr", on, false},
+        {"CVO", kVideoMid, video([](IVideoConfig& x, int v) { return x.EnableCVO(v == 1); }), "VIDEO_cvo", on, false},
+        {"UpdateCapParam", kVideoMid, video([](IVideoConfig& x, int v) { return x.EnableUpdateCapParam(v == 1); }),
+         "VIDEO_update_cap_param", on, false},
+        {"SelfPreviewMirror", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.EnableSelfPreviewHorizontalMirror(v == 1); }),
+         "VIDEO_self_preview_mirror", on, false},
+        {"Disable90P", kVideoMid, video([](IVideoConfig& x, int v) { return x.Disable90PVideo(v == 1); }),
+         "VIDEO_disable_90p", on, false},
+        {"Enable1080P", kVideoMid, video([](IVideoConfig& x, int v) { return x.Enable1080PVideo(v == 1); }),
+         "VIDEO_enable_1080p", on, false},
+        {"SmoothPlay", kVideoMid, video([](IVideoConfig& x, int v) { return x.EnableSmoothPlay(v == 1); }),
+         "VIDEO_smooth_play", on, false},
+        {"MinVideoBuffTime", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetMinVideoBuffTime(40u * v); }),
+         "VIDEO_min_buffer_time", times(40), false},
+        {"CHP", kVideoMid, video([](IVideoConfig& x, int v) { return x.EnableCHP(v == 1); }), "VIDEO_chp", on, false},
+        {"TemporalLayers", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetTemporalLayerNum(v + 1u); }),
+         "VIDEO_temporal_layers", [](int v) { return std::to_string(v + 1); }, false},
+        {"AV1EncoderSpeed", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetAV1EncoderSpeed(4u * v); }),
+         "VIDEO_av1_encoder_speed", times(4), false},
+        {"VideoMaxMBPS", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetVideoMaxMBPS(27600u * v); }),
+         "VIDEO_max_mbps", times(27600), false},
+        {"VideoRotate", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.SetVideoRotate(static_cast<ZynVideoRotation>(90 * v)); }),
+         "VIDEO_rotation", times(90), false},
+        {"AV1CodecParam", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetAV1CodecParam(8u * v, v - 1u); }),
+         "VIDEO_av1_level_tier", [](int v) { return std::to_string(8 * v) + "," + std::to_string(v - 1); }, false},
+        {"MaxEncodeResolution", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.SetMaxEncodeResolution(640u * v, 360u * v); }),
+         "VIDEO_max_encode_resolution", [](int v) { return std::to_string(640 * v) + "x" + std::to_string(360 * v); },
+         false},
+        {"PLIFIR", kVideoMid, video([](IVideoConfig& x, int v) { return x.EnablePLIFIR(true, v == 1); }), "VIDEO_fir",
+         on, false},
+        {"VideoStrategy", kVideoMid, video([](IVideoConfig& x, int v) { return x.SetVideoStrategy(15, -v); }),
+         "VIDEO_strategy_15", [](int v) { return std::to_string(-v); }, false},
+        {"VideoProcessingStrategy", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.SetVideoProcessingStrategy(2, v); }), "VIDEO_processing_strategy_2",
+         times(1), false},
+        {"MaxCaptureQuality", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.SetMaxCaptureQuality(static_cast<ZynVideoQualityType>(v)); }),
+         "VIDEO_max_capture_quality", times(1), false},
+        {"AndroidExternalRender", kVideoMid,
+         video([](IVideoConfig& x, int v) { return x.EnableAndroidCameraExternalRender(v == 1); }),
+         "VIDEO_android_external_render", on, false},
+        {"ScreenMaxCaptureFps", kShareMid, share([](IShareConfig& x, int v) { return x.SetScreenMaxCaptureFps(5 * v); }),
+         "SHARE_max_capture_fps", times(5), false},
+        {"DownSampleMinHeight", kShareMid,
+         share([](IShareConfig& x, int v) { return x.SetScreenCaptureDownSampleMinHeight(360 * v); }),
+         "SHARE_downsample_min_height", times(360), false},
+        {"DownSampleMaxHeight", kShareMid,
+         share([](IShareConfig& x, int v) { return x.SetScreenCaptureDownSampleMaxHeight(540 * v); }),
+         "SHARE_downsample_max_height", times(540), false},
+        {"CaptureMaxFS", kShareMid, share([](IShareConfig& x, int v) { return x.SetScreenCaptureMaxFS(3600 * v); }),
+         "SHARE_capture_max_fs", times(3600), false},
+        {"CaptureMode", kShareMid, share([](IShareConfig& x, int v) { return x.SetScreenCaptureMode(v); }),
+         "SHARE_capture_mode", times(1), false},
+        {"CaptureDownsample", kShareMid, share([](IShareConfig& x, int v) { return x.EnableCaptureDownsample(v == 1); }),
+         "SHARE_capture_downsample", on, false},
+        {"CodecMode", kShareMid, share([](IShareConfig& x, int v) { return x.SetScreenCodecMode(v); }),
+         "SHARE_codec_mode", times(1), false},
+        {"CapturerThreads", kShareMid, share([](IShareConfig& x, int v) { return x.SetCapturerThreadCount(2 * v); }),
+         "SHARE_capturer_threads", times(2), false},
+        {"OverVideoPipeline", kShareMid, share([](IShareConfig& x, int v) { return x.SharingOverVideoPipeline(v == 1); }),
+         "SHARE_over_video_pipeline", on, false},
+        {"DuplicateFrameCheck", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableCapturerDuplicateFrameCheck(v == 1); }),
+         "SHARE_duplicate_frame_check", on, false},
+        {"WindowBaseContent", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableCapturerWindowBaseContent(v == 1); }),
+         "SHARE_window_base_content", on, false},
+        {"ChangeAeroMode", kShareMid, share([](IShareConfig& x, int v) { return x.EnableChangeAeroMode(v == 1); }),
+         "SHARE_change_aero_mode", on, false},
+        {"ShareConfigOption", kShareMid, share([](IShareConfig& x, int v) { return x.SetShareConfigOption(7, v); }),
+         "SHARE_option_7", times(1), false},
+        {"HighFidelityTextToggle", kShareMid,
+         share([](IShareConfig& x, int v) { return x.SetHighFidelityTextShareToggle(v); }), "SHARE_hifi_text_toggle",
+         times(1), false},
+        {"HighFidelityText", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableHighFidelityTextShare(v == 1); }), "SHARE_hifi_text", on,
+         false},
+        {"UplinkResolution", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableChangeSharingResolutionForUplink(v == 1); }),
+         "SHARE_uplink_resolution", on, false},
+        {"MagExcludeWindows", kShareMid,
+         share([](IShareConfig& x, int v) { return x.SetMagCapturerMaxExcludeWindowCount(10 * v); }),
+         "SHARE_mag_max_exclude_windows", times(10), false},
+        {"SystemAnimation", kShareMid, share([](IShareConfig& x, int v) { return x.DisableSystemAnimation(v == 1); }),
+         "SHARE_disable_system_animation", on, false},
+        {"ExcludeMenuBar", kShareMid, share([](IShareConfig& x, int v) { return x.EnableExcludeMacMenuBar(v == 1); }),
+         "SHARE_exclude_menu_bar", on, false},
+        {"CatchMagException", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableCatchMagAPIException(v == 1); }),
+         "SHARE_catch_mag_exception", on, false},
+        {"IpcCapturer", kShareMid, share([](IShareConfig& x, int v) { return x.EnableIpcScreenCapturer(v == 1); }),
+         "SHARE_ipc_capturer", on, false},
+        {"VDIScreenLock", kShareMid, share([](IShareConfig& x, int v) { return x.SetVDIScreenLockStatus(v == 1); }),
+         "SHARE_vdi_screen_locked", on, false},
+        {"ContentType", kShareMid,
+         share([](IShareConfig& x, int v) { return x.SetShareContentType(static_cast<ZynShareContentType>(v)); }),
+         "SHARE_content_type", times(1), false},
+        {"AutoContentType", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableAutoContentTypeDetect(v == 1); }), "SHARE_auto_content_type",
+         on, false},
+        {"HighFps", kShareMid, share([](IShareConfig& x, int v) { return x.EnableHighFps(v == 1); }), "SHARE_high_fps",
+         on, false},
+        {"CaptureVideoContent", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableCaptureVideoContent(true, v == 1); }),
+         "SHARE_capture_video_content_audio", on, false},
+        {"Share4K", kShareMid, share([](IShareConfig& x, int v) { return x.Enable4KVideo(v == 1); }), "SHARE_enable_4k",
+         on, false},
+        {"RtxLongDelay", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableRTXLongDelayTolerantOptmization(v == 1); }),
+         "SHARE_rtx_long_delay_tolerant", on, false},
+        {"Retina", kShareMid, share([](IShareConfig& x, int v) { return x.DisableMacShareRetina(v == 1); }),
+         "SHARE_disable_retina", on, false},
+        {"HostLifecycle", kShareMid,
+         share([](IShareConfig& x, int v) { return x.EnableUserControlWASHostLifecycle(v == 1); }),
+         "SHARE_user_controls_host", on, false},
+        {"StrictRegion", kShareMid, share([](IShareConfig& x, int v) { return x.SkipSharingStrictRegionCheck(v == 1); }),
+         "SHARE_skip_strict_region_check", on, false},
+        {"AV1NormalShare", kShareMid,
+         share([](IShareConfig& x, int v) { return x.DisableAV1EncodeInNormalShare(v == 1); }),
+         "SHARE_disable_av1_normal_share", on, false},
+        {"Immersive", kShareMid, share([](IShareConfig& x, int v) { return x.EnableImmersiveSharing(v == 1); }),
+         "SHARE_immersive", on, false},
+        {"OnPremStarted", kShareMid, share([](IShareConfig& x, int v) { return x.SetOnPremStarted(v == 1); }),
+         "SHARE_onprem_started", on, false},
+        {"OnPremConfig", kShareMid,
+         share([](IShareConfig& x, int v) { return x.SetOnPremConfig(v == 1 ? "s1" : "s2", "secret"); }),
+         "SHARE_onprem_session", [](int v) { return std::string(v == 1 ? "s1" : "s2"); }, false},
+    };
+    RealConnection c;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ("(unset)", c.TrackOption(row.mid, row.option));
+        EXPECT_EQ(ZYN_S_OK, row.set(c, 1));
+        EXPECT_EQ(row.expect(1), c.TrackOption(row.mid, row.option));
+    }
+    c.Offer();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.guarded ? ZYN_E_FAIL : ZYN_S_OK, row.set(c, 2));
+        EXPECT_EQ(row.expect(row.guarded ? 1 : 2), c.TrackOption(row.mid, row.option));
+    }
+}
+
+// Values no setter takes, each refused with its code and nothing handed to the track.
+TEST_F(ConfigEffectTest, BadVideoAndShareValuesAreRefused)
+{
+    RealConnection c;
+    mstest::TraceCapture trace;
+    IVideoConfig& v = c.Camera();
+    IShareConfig& s = c.Share();
+    const struct {
+        const char* name;
+        std::function<ZynResult()> set;
+        ZynResult expect;
+    } rows[] = {
+        {"rotation 45", [&] { return v.SetVideoRotate(static_cast<ZynVideoRotation>(45)); }, ZYN_E_WRONGSTATE},
+        {"strategy 16", [&] { return v.SetVideoStrategy(16, 1); }, ZYN_E_INVALIDARG},
+        {"packetization 2", [&] { return v.SetPacketizationMode(static_cast<ZynPacketizationMode>(2)); },
+         ZYN_E_INVALIDARG},
+        {"audio codec limits", [&] { return v.SetDecodeParams(ZynCodecType_OPUS, {}); }, ZYN_E_INVALIDARG},
+        {"HW config 0", [&] { return v.EnableHWAcceleration(true, static_cast<ZynHWAccelerationConfig>(0)); },
+         ZYN_E_INVALIDARG},
+        {"AV1 level 24", [&] { return v.SetAV1CodecParam(24, 0); }, ZYN_E_INVALIDARG},
+        {"camera 4K", [&] { return v.Enable4KVideo(true); }, ZYN_E_NOTAVAILABLE},
+        {"null dump path", [&] { return v.SetDataDumpPath(nullptr, 4); }, ZYN_E_INVALIDARG},
+        {"negative fps", [&] { return s.SetScreenMaxCaptureFps(-1); }, ZYN_E_INVALIDARG},
+        {"negative capture mode", [&] { return s.SetScreenCaptureMode(-2); }, ZYN_E_INVALIDARG},
+        {"content type 3", [&] { return s.SetShareContentType(static_cast<ZynShareContentType>(3)); }, ZYN_E_INVALIDARG},
+        {"null on-prem token", [&] { return s.SetOnPremConfig("id", nullptr); }, ZYN_E_INVALIDARG},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.expect, row.set());
+    }
+    EXPECT_TRUE(trace.Contains("CBaseVideoConfig::SetVideoRotate unsupported rotation = 45"));
+    EXPECT_TRUE(trace.Contains("CVideoConfig::Enable4KVideo, Camera video DON'T support 4K"));
+    for (const char* option : {"VIDEO_rotation", "VIDEO_strategy_16", "VIDEO_packetization_mode", "VIDEO_enable_4k"})
+        EXPECT_EQ("(unset)", c.TrackOption(kVideoMid, option)) << option;
+    EXPECT_EQ("(unset)", c.TrackOption(kShareMid, "SHARE_max_capture_fps"));
+    EXPECT_FALSE(trace.Contains("secret")) << "the on-prem token stays out of the trace";
+    ASSERT_EQ(ZYN_S_OK, s.SetOnPremConfig("id", "secret"));
+    EXPECT_EQ("secret", c.TrackOption(kShareMid, "SHARE_onprem_token"));
+    EXPECT_FALSE(trace.Contains("secret"));
+}
+
+// Decoding limits, the packetization mode and AV1 shape the video line's next offer.
+TEST_F(ConfigEffectTest, VideoSettingsShapeTheNextOffer)
+{
+    RealConnection c;
+    IVideoConfig& v = c.Camera();
+    ASSERT_EQ(ZYN_S_OK, v.SetDecodeParams(ZynCodecType_AVC, ZynVideoCodecParams{0x42e01f, 108000, 3600, 0, 2500, 0}));
+    ASSERT_EQ(ZYN_S_OK, v.SetPacketizationMode(ZynPacketizationMode_0));
+    ASSERT_EQ(ZYN_S_OK, v.SetPreferedCodec(ZynCodecType_AVC));
+    ZynVideoCodecParams back{};
+    ASSERT_EQ(ZYN_S_OK, v.GetDecodeParams(ZynCodecType_AVC, back));
+    EXPECT_EQ(108000u, back.uMaxMBPS);
+    EXPECT_EQ(ZYN_E_NOTFOUND, v.GetEncodeParams(ZynCodecType_AVC, back));
+
+    const sdp::session_group offer = c.Offer();
+    ASSERT_GE(offer.sessions.size(), 2u);
+    const std::vector<sdp::codec>& codecs = offer.sessions[1].rtp.get_data().codecs;
+    // The first plain H.264 format: the mode the application chose goes before the other.
+    auto h264 = std::find_if(codecs.begin(), codecs.end(), [](const sdp::codec& k) { return k.get_name() == "H264"; });
+    ASSERT_NE(codecs.end(), h264);
+    const std::string fmtp = h264->h264_param.get_data().as_parameter_string();
+    EXPECT_NE(std::string::npos, fmtp.find("packetization-mode=0")) << fmtp;
+    EXPECT_NE(std::string::npos, fmtp.find("max-mbps=108000")) << fmtp;
+    EXPECT_NE(std::string::npos, fmtp.find("max-fs=3600")) << fmtp;
+    for (const sdp::codec& k : codecs) EXPECT_NE("AV1", k.get_name()) << "AV1 is off until turned on";
+
+    // Guarded once the call started; the offer keeps what was set.
+    EXPECT_EQ(ZYN_E_FAIL, v.SetDecodeParams(ZynCodecType_AVC, ZynVideoCodecParams{0x42e01f, 1, 1, 0, 1, 0}));
+    EXPECT_EQ(ZYN_E_FAIL, v.SetPacketizationMode(ZynPacketizationMode_1));
+    ASSERT_EQ(ZYN_S_OK, v.GetDecodeParams(ZynCodecType_AVC, back));
+    EXPECT_EQ(108000u, back.uMaxMBPS);
+    EXPECT_EQ(ZynPacketizationMode_0, v.GetPacketizationMode());
 }
 
 }  // namespace
