@@ -3,12 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <future>
 #include <string>
 
 #include "connection/MediaConnection.h"
 #include "mediasession/ZynMediaEngine.h"
 #include "test_support.h"
 #include "tp/CmProxy.h"
+
+namespace zyn {
+extern std::atomic<uint64_t> g_heartbeatsRun;
+}
 
 namespace {
 
@@ -95,6 +100,36 @@ TEST(GlobalServicesTest, HeartbeatAfterTheEngineEndedOnlyTracesEachHundredth)
     mstest::TraceCapture trace;
     for (int i = 0; i < 200; ++i) DoThreadHeartBeat();
     EXPECT_EQ(2, trace.Count("DoThreadHeartBeat when there is no thread manager instances."));
+}
+
+// Each beat runs on the main thread; a main thread held up leaves its beats waiting, and the next
+// beat says so.
+TEST(GlobalServicesTest, HeartbeatRunsOnTheMainThreadAndAStalledOneIsTraced)
+{
+    mstest::EngineScope engine;
+    mstest::OnMain();
+    const uint64_t ranBefore = zyn::g_heartbeatsRun.load();
+    DoThreadHeartBeat();
+    mstest::OnMain();
+    EXPECT_EQ(ranBefore + 1, zyn::g_heartbeatsRun.load());
+
+    mstest::TraceCapture trace;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    CmInvokeInThread(CCmThreadManager::Instance()->GetThread(TT_MAIN), true, [released] {
+        released.wait();
+        return CM_OK;
+    });
+    DoThreadHeartBeat();
+    EXPECT_EQ(0, trace.Count("DoThreadHeartBeat, the main thread has not run"));
+    DoThreadHeartBeat();
+    EXPECT_EQ(1, trace.Count("DoThreadHeartBeat, the main thread has not run 1 of"));
+    release.set_value();
+    mstest::OnMain();
+    EXPECT_EQ(ranBefore + 3, zyn::g_heartbeatsRun.load());
+    DoThreadHeartBeat();
+    EXPECT_EQ(1, trace.Count("DoThreadHeartBeat, the main thread has not run")) << "caught up: no new warning";
+    mstest::OnMain();
 }
 
 TEST(GlobalServicesTest, MachineDescriptionsAndKeptDoors)

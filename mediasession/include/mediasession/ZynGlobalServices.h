@@ -43,6 +43,14 @@ struct _tagZynGpuDescription {
     uint64_t memoryBytes;  // 0 when unknown
 };
 
+// Highest video quality the machine may handle, from its static performance table.
+enum ZynVideoPerformance : int32_t {
+    ZynVideoPerformance_180p = 0,
+    ZynVideoPerformance_360p = 1,
+    ZynVideoPerformance_720p = 2,
+    ZynVideoPerformance_1080p = 3,
+};
+
 extern "C" {
 
 // The proxy for a URL as "host:port". *length in: the buffer's capacity, at most 1024 (a larger one
@@ -67,8 +75,14 @@ ZYN_API ZynResult SetAudioMode(int mode);
 
 ZYN_API ZynResult GetCpuDescription(_tagZynCpuDescription* description);
 
-// Proves the main thread still turns; after the engine ended it only counts and traces.
+// Proves the main thread still turns: each call posts a beat that the main thread runs, and a beat
+// still waiting at the next call is traced as a stalled main thread. After the engine ended it only
+// counts and traces.
 ZYN_API void DoThreadHeartBeat();
+
+// What this machine may send (isReceive false) or receive on a line of the type.
+ZYN_API ZynVideoPerformance GetStaticPerformance(bool isReceive, ZynSessionType type);
+ZYN_API bool CheckHWAccelerationForVideoEncode();
 
 // Kept for applications built against the full export list: each answers ZYN_E_FAIL.
 ZYN_API ZynResult StartProximity();

@@ -10,6 +10,7 @@
 
 #include "connection/MediaConnection.h"
 #include "mediasession/ZynGlobalServices.h"
+#include "perf/StaticPerformance.h"
 #include "tp/CmProxy.h"
 #include "tp/CmThreadManager.h"
 #include "util/CmSysInfo.h"
@@ -19,6 +20,10 @@ extern unsigned int g_uMainThreadUninited;
 
 namespace zyn {
 std::atomic<int> g_iAndroidAudioMode{0};
+
+// Heartbeats posted to the main thread and those it ran; read by the next beat (and by tests).
+std::atomic<uint64_t> g_heartbeatsPosted{0};
+std::atomic<uint64_t> g_heartbeatsRun{0};
 }
 
 namespace {
@@ -194,8 +199,30 @@ ZYN_API void DoThreadHeartBeat()
     }
     ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
     ICmEventQueue* queue = main ? main->GetEventQueue() : nullptr;
-    // An event that only has to run: a main thread that stopped turning leaves it queued.
-    if (queue) queue->PostEvent(new CCmInvokeEvent([] { return CM_OK; }));
+    if (!queue) return;
+    // The beat before this one should have run by now: a main thread that stopped turning leaves it
+    // queued, and says so once per missed beat.
+    const uint64_t posted = zyn::g_heartbeatsPosted.load(), run = zyn::g_heartbeatsRun.load();
+    if (posted > run)
+        MS_WARNING_TRACE("DoThreadHeartBeat, the main thread has not run " << (posted - run) << " of "
+                                                                          << posted << " heartbeats.");
+    zyn::g_heartbeatsPosted.fetch_add(1);
+    if (CM_FAILED(queue->PostEvent(new CCmInvokeEvent([] {
+            zyn::g_heartbeatsRun.fetch_add(1);
+            return CM_OK;
+        }))))
+        zyn::g_heartbeatsPosted.fetch_sub(1);
+}
+
+ZYN_API ZynVideoPerformance GetStaticPerformance(bool isReceive, ZynSessionType type)
+{
+    zyn::CMediaPerformanceStaticControl& control = zyn::CMediaPerformanceStaticControl::Instance();
+    return isReceive ? control.QueryRecvPerformance(false, type) : control.QuerySendPerformance(false, type);
+}
+
+ZYN_API bool CheckHWAccelerationForVideoEncode()
+{
+    return zyn::CMediaPerformanceStaticControl::Instance().CheckHWAcceleration();
 }
 
 ZYN_API ZynResult StartProximity() { return ZYN_E_FAIL; }
