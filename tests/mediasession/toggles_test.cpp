@@ -166,7 +166,8 @@ TEST_F(TogglesTest, EachToggleActsWhereItLands)
     });
     auto offersAv1 = [](size_t index) {
         return Read([index](Connection& c) {
-            for (const sdp::codec& k : c.Offer().sessions[index].rtp.get_data().codecs)
+            const sdp::session_group offer = c.Offer();
+            for (const sdp::codec& k : offer.sessions[index].rtp.get_data().codecs)
                 if (k.get_name() == "AV1") return std::string("AV1");
             return std::string("no AV1");
         });

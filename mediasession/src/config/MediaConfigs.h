@@ -76,7 +76,7 @@ public:
     ZynResult SetMaxPacketSize(unsigned int bytes) override;
     unsigned int GetMaxPacketSize() const override;
     ZynResult SetPacketizationMode(ZynPacketizationMode mode) override;
-    ZynPacketizationMode GetPacketizationMode() const override { return m_packetizationMode; }
+    ZynPacketizationMode GetPacketizationMode() const override;
     ZynResult SetDataDumpFlag(unsigned int flag) override { return SetNumber("SetDataDumpFlag", "VIDEO_data_dump_flag", flag); }
     ZynResult SetDataDumpPath(const char* path, unsigned int length) override;
     ZynResult LimitNalSize(bool limit) override { return SetSwitch("LimitNalSize", "VIDEO_limit_nal_size", limit); }

@@ -156,7 +156,7 @@ unsigned int CBaseVideoConfig::GetMaxPacketSize() const
 {
     // What fits one packet on a 1500-byte path once IP, UDP, RTP and SRTP took theirs.
     const unsigned int size = static_cast<unsigned int>(GetNumber("VIDEO_max_packet_size", 1200));
-    CFG_INFO_TRACE("GetMaxPacketSize, uMaxPacketSize=" << size);
+    MS_INFO_TRACE("CBaseVideoConfig::GetMaxPacketSize, uMaxPacketSize=" << size);
     return size;
 }
 
@@ -166,8 +166,13 @@ ZynResult CBaseVideoConfig::SetPacketizationMode(ZynPacketizationMode mode)
     if (mode != ZynPacketizationMode_0 && mode != ZynPacketizationMode_1) return ZYN_E_INVALIDARG;
     const ZynResult result = SetNumber("SetPacketizationMode", "VIDEO_packetization_mode", mode);
     if (ZYN_SUCCEEDED(result)) m_packetizationMode = mode;
-    CFG_INFO_TRACE("GetPacketizationMode, ePacketizationMode=" << static_cast<int>(m_packetizationMode));
     return result;
+}
+
+ZynPacketizationMode CBaseVideoConfig::GetPacketizationMode() const
+{
+    MS_INFO_TRACE("CBaseVideoConfig::GetPacketizationMode, ePacketizationMode=" << static_cast<int>(m_packetizationMode));
+    return m_packetizationMode;
 }
 
 ZynResult CBaseVideoConfig::SetDataDumpPath(const char* path, unsigned int length)
