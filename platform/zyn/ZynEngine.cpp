@@ -79,10 +79,14 @@ public:
           m_manual(clock != nullptr),
           m_cname(RandomCname())
     {
-        if (m_manual) return;
+        if (m_manual) {
+            m_starts = std::make_shared<StartReports>(nullptr);
+            return;
+        }
         auto thread = std::make_shared<CCmLoopThread>();
         if (thread->Create("zyn-media", TT_USER_DEFINE_BASE) != CM_OK) return;
         m_mediaThread = thread;
+        m_starts = std::make_shared<StartReports>(thread);
         // SRTP's first keying loads its crypto backend; done here, off the call's path, the first
         // keyed line of the process does not carry that cost between the handshake and its media.
         if (ICmEventQueue* queue = thread->GetEventQueue())
@@ -118,7 +122,7 @@ public:
         if (kind < ZynTrack_AudioLocal || kind > ZynTrack_RemoteScreenShare) return ZYN_E_INVALIDARG;
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stopped) return ZYN_E_WRONGSTATE;
-        *out = new Track(kind);
+        *out = new Track(kind, m_starts);
         return ZYN_S_OK;
     }
 
@@ -197,6 +201,7 @@ public:
             std::lock_guard<std::mutex> lock(m_mutex);
             sessions = m_sessions;
         }
+        m_starts->RunPending();
         // The engine's references keep them alive: sessions leave the list only when it dies.
         for (Session* s : sessions)
             if (!s->IsStopped()) s->Tick();
@@ -218,6 +223,7 @@ private:
     const std::shared_ptr<VolumeState> m_capture = std::make_shared<VolumeState>();
     const std::shared_ptr<VolumeState> m_playout = std::make_shared<VolumeState>();
     std::shared_ptr<ACmThread> m_mediaThread;  // shared with the sessions, which may outlive the engine
+    std::shared_ptr<StartReports> m_starts;     // shared with the tracks, which may outlive the engine
 };
 
 }  // namespace

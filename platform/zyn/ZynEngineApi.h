@@ -59,6 +59,52 @@ constexpr int32_t ZynTrackOption_ExternalAudioMute = 157;
 // Capturer option 100: the file starts again at its end (1) or the stream ends there (0).
 constexpr int32_t ZynCapturerOption_Loop = 100;
 
+// Track option 21: hardware encoding of a local video or share track (1) or software (0).
+constexpr int32_t ZynTrackOption_HardwareEncode = 21;
+// Track option 67: the start of a local camera track ends later, told by OnStartedCapture (1).
+constexpr int32_t ZynTrackOption_AsyncStart = 67;
+// Track command 7: a render window to draw again; the track counts them under this name
+// (GetNamedOption).
+constexpr int32_t ZynTrackCommand_UpdateRenderWindow = 7;
+constexpr const char* ZynTrackCount_WindowUpdates = "count.window_updates";
+
+// What a local video track tells its owner about its capture (engine threads). A track calls it
+// under its observer lock: SetCaptureObserver(nullptr) returns only once no call runs.
+class IZynMediaCaptureObserver {
+public:
+    // The end of a start that went on after Start returned (option 67).
+    virtual void OnStartedCapture(IZynMediaTrack* notifier, ZynResult result) = 0;
+    virtual void OnUpdateCaptureResolution(uint32_t width, uint32_t height) = 0;
+    virtual void OnUpdateCaptureFPS(uint32_t fps) = 0;
+    virtual void OnUpdateCapturedVideoType(int32_t type) = 0;
+    virtual void OnCameraRuntimeDie() = 0;
+    virtual void OnCameraErrorEvicted() = 0;
+    virtual void OnUpdateCaptureStartTime(uint64_t ms) = 0;
+    virtual void OnCameraNoAuth() = 0;
+    virtual void OnCameraProperty(tagCameraProperty* property) = 0;
+    virtual void OnCapturePhotoOutput(IZynMediaPackage* photo) = 0;
+
+protected:
+    virtual ~IZynMediaCaptureObserver() = default;
+};
+
+// What a remote audio track tells its owner (engine threads).
+class IZynRemoteAudioTrackObserver {
+public:
+    virtual void OnPlaybackTimestampUpdated(uint32_t rtpTimestamp, uint32_t playoutMs) = 0;
+
+protected:
+    virtual ~IZynRemoteAudioTrackObserver() = default;
+};
+
+// What else a track holds of its owner's: looked up by kind and pointer, never called back
+// except processing (each received frame before it is rendered).
+enum ZynTrackAttachment : int32_t {
+    ZynTrackAttach_Processing = 0,
+    ZynTrackAttach_Effect = 1,
+    ZynTrackAttach_Cipher = 2,
+};
+
 class IZynMediaTrack : public IZynUnknown, public IZynOptionHolder {
 public:
     virtual ZynTrackKind GetKind() = 0;
@@ -81,11 +127,34 @@ public:
     // The device in use with one reference, or null.
     virtual IZynMediaDevice* GetDevice() = 0;
     // One-shot commands. Command 4 (ZynSubscribe.h) with its 16-byte request: a running local video
-    // or share track makes a key frame. ZYN_E_INVALIDARG for a null value or another size,
+    // or share track makes a key frame. Command 7 with the window: a remote video or share track
+    // draws that window again. ZYN_E_INVALIDARG for a null value or another size,
     // ZYN_E_WRONGSTATE on a stopped track, ZYN_E_NOTIMPL for other commands or kinds.
     virtual ZynResult SendCommand(int32_t id, const void* value, uint32_t size) = 0;
     // Key frames the track's encoder has made on request.
     virtual uint32_t GetKeyFrameCount() = 0;
+    // Remote video and share tracks: windows that show the picture, counted frame by frame.
+    virtual ZynResult AddRenderer(void* window, int32_t flags) = 0;
+    virtual ZynResult RemoveRenderer(void* window) = 0;
+    // Remote tracks: the application's frame renderer, in the given raw format.
+    virtual ZynResult AddFrameRenderer(IZynExternalRenderer* renderer, int32_t format) = 0;
+    virtual ZynResult RemoveFrameRenderer(IZynExternalRenderer* renderer) = 0;
+    // Frames a window or frame renderer was handed; 0 for one not attached.
+    virtual uint64_t GetRenderedFrames(const void* renderer) = 0;
+    virtual ZynResult GetVideoStatistics(_tagVideoStatistics& stats) = 0;
+    virtual ZynResult Attach(ZynTrackAttachment kind, void* item) = 0;
+    virtual ZynResult Detach(ZynTrackAttachment kind, void* item) = 0;
+    virtual bool IsAttached(ZynTrackAttachment kind, const void* item) = 0;
+    // Local video tracks: capture events go to the observer (null: none).
+    virtual ZynResult SetCaptureObserver(IZynMediaCaptureObserver* observer) = 0;
+    virtual ZynResult SetRemoteAudioObserver(IZynRemoteAudioTrackObserver* observer) = 0;
+    // Local camera tracks: a picture of the capture, told by OnCapturePhotoOutput.
+    virtual ZynResult TakePhoto() = 0;
+    // External video tracks: where the owner feeds frames, with one reference.
+    virtual ZynResult GetExternalInputter(IZynExternalInputter** out) = 0;
+    // A running local camera track's device failed (code 1 died, 2 evicted, 3 no permission), as a
+    // camera would report it: tests and tools.
+    virtual ZynResult SimulateCameraEvent(int32_t code) = 0;
 };
 
 // Raw formats a file capturer reads and a file renderer writes.

@@ -47,14 +47,21 @@ SendSource Session::GetSendSource()
 void Session::RenderPayload(const uint8_t* data, uint32_t length)
 {
     IZynMediaFileRenderer* renderer = nullptr;
+    Track* shown = nullptr;  // with one reference: the first running remote track, which renders
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         for (IZynMediaTrack* t : m_tracks) {
             auto* track = static_cast<Track*>(t);
             if (track->IsLocal() || !track->IsStarted()) continue;
-            if ((renderer = track->TakeRenderer())) break;
+            renderer = track->TakeRenderer();
+            track->AddRef();
+            shown = track;
+            break;
         }
     }
+    if (!shown) return;
+    shown->Render(data, length);
+    shown->Release();
     if (!renderer) return;
     renderer->RenderPayload(data, length);
     renderer->Release();

@@ -49,12 +49,19 @@ Track::~Track()
     Replace<IZynMediaFileCapturer>(m_mutex, m_capturer, nullptr);
     Replace<IZynMediaFileRenderer>(m_mutex, m_renderer, nullptr);
     Replace<IZynMediaDevice>(m_mutex, m_device, nullptr);
+    Replace<IZynExternalInputter>(m_mutex, m_pin, nullptr);
 }
 
 ZynResult Track::Start()
 {
     if (m_uninited.load()) return ZYN_E_WRONGSTATE;
     m_started.store(true);
+    // A camera opens on its own thread: the start ends there, a little later.
+    uint8_t async = 0;
+    uint32_t size = sizeof async;
+    if (m_kind == ZynTrack_VideoLocal && m_starts && ZYN_SUCCEEDED(m_options.Get(ZynTrackOption_AsyncStart, &async, size)) &&
+        async != 0)
+        m_starts->Post(this);
     return ZYN_S_OK;
 }
 
@@ -66,6 +73,7 @@ ZynResult Track::Stop()
 
 ZynResult Track::SendCommand(int32_t id, const void* value, uint32_t size)
 {
+    if (id == ZynTrackCommand_UpdateRenderWindow) return UpdateWindow(value, size);
     if (id != ZynTrackCommand_KeyFrameRequest) return ZYN_E_NOTIMPL;
     if (m_kind != ZynTrack_VideoLocal && m_kind != ZynTrack_ExternalVideoLocal && m_kind != ZynTrack_ScreenShareLocal)
         return ZYN_E_NOTIMPL;
@@ -79,6 +87,8 @@ ZynResult Track::Uninit()
 {
     m_started.store(false);
     m_uninited.store(true);
+    SetCaptureObserver(nullptr);
+    SetRemoteAudioObserver(nullptr);
     return ZYN_S_OK;
 }
 

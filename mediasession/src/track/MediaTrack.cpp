@@ -7,6 +7,7 @@
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
 #include "tp/CmThreadManager.h"
+#include "track/AvatarInputter.h"
 #include "track/TrackDelete.h"
 #include "util/CmTrace.h"
 
@@ -72,6 +73,7 @@ CMediaTrack::CMediaTrack(CMediaConnectionInfo* line, uint32_t callId)
 CMediaTrack::~CMediaTrack()
 {
     UnInit();
+    m_avatar.reset();
     ACmThread* thread = ACmThread::GetCurrentThread();
     MS_INFO_TRACE("CMediaTrack::~CMediaTrack, thread=" << (thread ? thread->GetThreadType() : -1) << TRACK_TAIL);
 }
@@ -87,18 +89,6 @@ void CMediaTrack::OnReferenceDestory()
     // thread the track's timers do not belong to.
     CTimerDelete<CMediaTrackDeleter>::Schedule(new CMediaTrackDeleter(this), true);
 }
-
-namespace {
-// Marks a callback of the track for its whole run: a release inside it cannot destroy the track.
-class CCallbackScope {
-public:
-    explicit CCallbackScope(std::atomic<int>& count) : m_count(count) { m_count.fetch_add(1); }
-    ~CCallbackScope() { m_count.fetch_sub(1); }
-
-private:
-    std::atomic<int>& m_count;
-};
-}  // namespace
 
 ZynResult CMediaTrack::QueryInterface(const _tagUUID& iid, void** out)
 {
@@ -183,6 +173,7 @@ ZynResult CMediaTrack::Init(IZynMediaEngineInternal* engine, ZynSessionType type
     if (!ZYN_SUCCEEDED(r)) return r;
     engine->AddRef();
     m_pEngine = engine;
+    ObserveEngineTrack(m_pTrack, true);
     UpdateIdentityToInstances(m_pTrack);
     MS_INFO_TRACE("CMediaTrack::Init, direction=" << direction << ", source=" << source << ", external=" << external
                   << TRACK_TAIL);
@@ -217,6 +208,7 @@ ZynResult CMediaTrack::Start(bool muted)
         }
         m_bStarting = true;
     }
+    RestoreOptions();
     ZynResult r;
     if (m_eZynSessionType == ZynSessionType_Video) {
         if (!m_mutexVideoCap.try_lock()) {
@@ -232,11 +224,15 @@ ZynResult CMediaTrack::Start(bool muted)
     }
     {
         std::lock_guard<std::recursive_mutex> lock(m_startLock);
-        m_bStarting = false;
-        m_bStarted.store(ZYN_SUCCEEDED(r));
+        // An asynchronous start stays in starting until the engine tells its end.
+        if (!m_bAsyncStart || !ZYN_SUCCEEDED(r)) {
+            m_bStarting = false;
+            m_bStarted.store(ZYN_SUCCEEDED(r));
+        }
     }
-    if (ZYN_SUCCEEDED(r)) return r;
-    return WriteMetricsError("MedTrck_Start", r);
+    if (!ZYN_SUCCEEDED(r)) return WriteMetricsError("MedTrck_Start", r);
+    if (m_avatarMuted && m_avatar) m_avatar->Start();
+    return r;
 }
 
 ZynResult CMediaTrack::_start()
@@ -258,7 +254,11 @@ ZynResult CMediaTrack::Stop()
             stopping = true;
         } else if (!m_bStarted.load()) {
             r = ZYN_S_FALSE;
-            if (m_bPreviewing) _stop();
+            if (m_bPreviewing) {
+                _stop();
+                r = ZYN_S_OK;
+            }
+            m_bPreviewing = false;
         } else {
             stopping = true;
         }
@@ -275,7 +275,9 @@ ZynResult CMediaTrack::Stop()
         std::lock_guard<std::recursive_mutex> lock(m_startLock);
         m_bStarted.store(false);
         m_bStopping = false;
+        m_bPreviewing = false;
     }
+    if (m_avatar) m_avatar->Stop();
     if (!ZYN_SUCCEEDED(r)) WriteMetricsError("MedTrck_Stop", r);
     return r;
 }
@@ -376,6 +378,11 @@ ZynResult CMediaTrack::StartSending(bool on)
         return m_startSending ? ZYN_S_OK : ZYN_E_FAIL;
     }
     if (!on && m_startSending) {
+        // A recorder still takes the data: only the flag goes.
+        if (m_bRecording) {
+            m_startSending = false;
+            return ZYN_S_OK;
+        }
         const ZynResult r = _mute();
         m_startSending = !ZYN_SUCCEEDED(r);
         return r;
@@ -607,6 +614,9 @@ void CMediaTrack::UnInit()
     if (m_pConnectionInfo && m_eDirection == ZynDirection_Recv) m_pConnectionInfo->removeSyncBoxTrack(this);
     releaseFileCapturer();
     releaseFileRenderer();
+    ReleaseRenderers();
+    if (m_avatar) m_avatar->Uninit();
+    m_avatarMuted = false;
     if (m_pPlayMix) {
         // A mute left behind must not outlive the call.
         m_pPlayMix->Unmute(2);
@@ -616,7 +626,9 @@ void CMediaTrack::UnInit()
     }
     if (m_pTrack) {
         // An engine track told Uninit calls back no more: nothing needs it after this, and the
-        // engine's objects go with the call even while the application keeps its handle.
+        // engine's objects go with the call even while the application keeps its handle. The
+        // observers go first: a callback in flight ends before the line is forgotten.
+        ObserveEngineTrack(m_pTrack, false);
         m_pTrack->Uninit();
         m_pTrack->Release();
         m_pTrack = nullptr;

@@ -12,7 +12,11 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <functional>
+#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "common/ZynIdentity.h"
 #include "common/ZynUnknownImpl.h"
@@ -26,13 +30,25 @@ class IZynMediaConnectionSink;
 
 namespace zyn {
 
+class CAvatarInputter;
 class CMediaConnectionInfo;
 class CMediaConnection;
 
-enum ZynSourceType : int32_t {
-    ZynSourceType_Device = 2,
-    ZynSourceType_File = 5,
-    ZynSourceType_Remote = 7,
+using ::ZynSourceType;
+using ::ZynSourceType_Device;
+using ::ZynSourceType_File;
+using ::ZynSourceType_Remote;
+
+// Marks a callback of a track for its whole run: a release inside it cannot destroy the track.
+class CCallbackScope {
+public:
+    explicit CCallbackScope(std::atomic<int>& count) : m_count(count) { m_count.fetch_add(1); }
+    ~CCallbackScope() { m_count.fetch_sub(1); }
+    CCallbackScope(const CCallbackScope&) = delete;
+    CCallbackScope& operator=(const CCallbackScope&) = delete;
+
+private:
+    std::atomic<int>& m_count;
 };
 
 // The raw format a file's extension names ("wav", "i420", ...), or Unknown.
@@ -42,6 +58,8 @@ class CMediaTrack final : public IZynMediaTrackBase,
                           public CZynUnknownImpl,
                           public CCmTimerWrapperIDSink,
                           public ZYNIdentityT<CMediaTrack>,
+                          public IZynRemoteAudioTrackObserver,
+                          public IZynMediaCaptureObserver,
                           public IZynMediaFileCapturerObserver {
 public:
     CMediaTrack(CMediaConnectionInfo* line, uint32_t callId);
@@ -89,15 +107,118 @@ public:
     ZynResult GetMediaStatus(ZynMediaStatus& status) override;
     ZynResult AddNimboAnnotationProcess(unsigned int processId) override;
     ZynResult RemoveNimboAnnotationProcess(unsigned int processId) override;
+    ZynResult Init(IZynMediaEngineInternal* engine, ZynSessionType type, ZynDirection direction, bool external,
+                   ZynSourceType source, int32_t policy) override;
+
+    // Share operations without an engine of their own here (MediaTrackShare.cpp).
+    ZynResult AddScreenSource(IZynScreenSource* source) override;
+    ZynResult RemoveScreenSource(IZynScreenSource* source) override;
+    ZynResult SetScreenSharerInfo(const char* info) override;
+    ZynResult SetImmersiveSharingPos(unsigned int left, unsigned int top, unsigned int right,
+                                     unsigned int bottom) override;
+    ZynResult CopySharedRegionForRemoteControl(const _tagRect* region) override;
+    ZynResult SelectSharedPortion(const _tagRect* portion) override;
+
+    // Renderers (MediaTrackRender.cpp).
+    ZynResult SetRenderMode(void* window, ZynRenderMode mode) override;
+    ZynResult AddRenderWindow(void* window) override;
+    ZynResult RemoveRenderWindow(void* window) override;
+    ZynResult UpdateRenderWindow(void* window) override;
+    ZynResult SetWindowRenderMinInterval(void* window, unsigned int intervalMs) override;
+    ZynResult SetRenderType(void* window, int type) override;
+    ZynResult AddExternalRender(IZynExternalRenderer* renderer) override;
+    ZynResult AddExternalRender(IZynExternalRenderer* renderer, int format) override;
+    ZynResult RemoveExternalRender(IZynExternalRenderer* renderer) override;
+    ZynResult SetRenderWindowInfo(void* window, unsigned int width, unsigned int height) override;
+    ZynResult AddMediaExternalProcessing(IZynMediaExternalProcessing* processing) override;
+    ZynResult RemoveMediaExternalProcessing(IZynMediaExternalProcessing* processing) override;
+    ZynResult SetExternalRenderMinInterval(IZynExternalRenderer* renderer, unsigned int intervalMs) override;
+    ZynResult GetVideoStatistics(_tagVideoStatistics& stats) override;
+    ZynResult GetLastDecodedTimestamp(unsigned int& timestamp) override;
+    ZynResult RenderIndicationRequest(bool on) override;
+    // What the application attached, in order: kind 0 a window, 1 an external renderer.
+    std::vector<std::pair<const void*, int>> GetRenderers();
+
+    // Requests and stream options (MediaTrackOptions.cpp).
+    ZynResult RequestVideo(ZynVideoQualityType quality) override;
+    ZynResult RequestVideo(ZynVideoQualityType quality, unsigned char priority, unsigned char grouping,
+                           unsigned int flags) override;
+    ZynResult RequestVideo(unsigned int maxMbps, unsigned short maxFs, unsigned short maxFps,
+                           unsigned int bitrate) override;
+    ZynResult GetSuscribedCount(unsigned int& count) override;
+    ZynResult AudioDeviceNotification(IZynMediaDevice* device, bool added) override;
+    ZynResult SetAudioPlayBufferTime(int minMs, int maxMs) override;
+    ZynResult GetAudioPlayBufferTime(int& minMs, int& maxMs) override;
+    ZynResult ChangeOrientation(int degrees) override;
+    ZynResult ForceKeyframe() override;
+    ZynResult ForceLandscape(bool landscape) override;
+    ZynResult SetMediaBlockCheckingTimerInterval(unsigned int intervalMs) override;
+    ZynResult GetAudioEnergy(unsigned int csi, unsigned int& energy) override;
+    ZynResult DoAudioSIOption(unsigned char vid, int option, void* value, unsigned int size) override;
+    ZynResult GetVoiceDBLevel(int& db) override;
+    ZynResult SetVid(unsigned char vid) override;
+    ZynResult SetupCVO(bool enable) override;
+    ZynResult SetMediaContentCipher(IZynMediaContentCipher* cipher) override;
+    // Hardware encoding: 1 on, anything else off; restarts a started track.
+    ZynResult EnableHardwareCodec(int mode);
+    ZynResult EnableHwEncode(bool on);
+    // AV1 encoding of a send track; its mode and RGB form go with it.
+    ZynResult EnableAV1Encode(bool on, bool share = false);
+    ZynResult StartRecording(bool on);
+    // The configuration written again to the engine at each start.
+    void RestoreOptions();
+    // The last request of RequestVideo: what this track asks of its sender.
+    struct CVideoRequest {
+        ZynVideoQualityType quality = ZynVideoQuality_360P;
+        uint8_t priority = 255;
+        uint8_t grouping = 0;
+        uint32_t flags = 0;
+        uint32_t maxMbps = 0;
+        uint16_t maxFs = 0;
+        uint16_t maxFps = 0;  // hundredths of a frame a second
+        uint32_t bitrate = 0;
+    };
+    bool GetVideoRequest(CVideoRequest& out);
+
+    // Capture (MediaTrackCapture.cpp).
+    ZynResult StartPreview() override;
+    ZynResult TakePhoto() override;
+    ZynResult AddVideoEffect(IZynVideoEffect* effect) override;
+    ZynResult RemoveVideoEffect(IZynVideoEffect* effect) override;
+    ZynResult GetExternalInputPin(IZynExternalInputter** pin) override;
+    ZynResult GetExternalInputPin(IZynExternalInputter** pin, const _tagVideoSourceInfo* info) override;
+    ZynResult MuteWithAvatar(bool mute, const _tagVideoSourceInfo* info, const unsigned char* picture,
+                             unsigned int length) override;
+    ZynResult SetSourceInfo(const _tagVideoSourceInfo* info) override;
+    bool isAvatarMuted() const { return m_avatarMuted; }
+    // The avatar's frame source, or null before the first MuteWithAvatar.
+    CAvatarInputter* GetAvatar();
+
+    // IZynRemoteAudioTrackObserver, IZynMediaCaptureObserver (engine threads).
+    void OnPlaybackTimestampUpdated(uint32_t rtpTimestamp, uint32_t playoutMs) override;
+    // Crosses to the main thread; the start ends there.
+    void OnStartedCapture(IZynMediaTrack* notifier, ZynResult result) override;
+    void OnUpdateCaptureResolution(uint32_t width, uint32_t height) override;
+    void OnUpdateCaptureFPS(uint32_t fps) override;
+    void OnUpdateCapturedVideoType(int32_t type) override;
+    void OnCameraRuntimeDie() override;
+    void OnCameraErrorEvicted() override;
+    void OnUpdateCaptureStartTime(uint64_t ms) override;
+    void OnCameraNoAuth() override;
+    void OnCameraProperty(tagCameraProperty* property) override;
+    void OnCapturePhotoOutput(IZynMediaPackage* photo) override;
+    // Main thread: the end of an asynchronous start. Takes over the reference the crossing held;
+    // the sink may drop the application's last one inside.
+    void StartedCaptureOnMain(IZynMediaTrack* notifier, ZynResult result);
+    bool isStarting();
 
     // The line's side.
-    ZynResult Init(IZynMediaEngineInternal* engine, ZynSessionType type, ZynDirection direction, bool external,
-                   ZynSourceType source, int32_t policy);
     IZynMediaTrack* GetTrack() const { return m_pTrack; }
     uint32_t GetTrackLabel() const;
     int32_t GetPolicy() const { return m_ePolicy; }
     ZynDirection GetDirection() const { return m_eDirection; }
     bool isStarted() const { return m_bStarted.load(); }
+    bool isPreviewing() const { return m_bPreviewing; }
     bool isMuted() const { return m_bMuted.load(); }
     bool isStartSending() const { return m_startSending; }
     bool hasFileCapture() const { return m_pFileCapturer != nullptr; }
@@ -162,6 +283,40 @@ private:
     void UpdateIdentityToInstances(IZynMediaTrack* track);
     void TransferOptions(IZynMediaTrack* from, IZynMediaTrack* to);
     void ReportStatus(int status);
+    // Attaches (true) or detaches this track as the engine track's observer of its kind.
+    void ObserveEngineTrack(IZynMediaTrack* track, bool on);
+    // An engine call that needs the engine track; reports the tag on failure.
+    ZynResult TrackCall(const char* tag, const std::function<ZynResult(IZynMediaTrack*)>& call);
+    bool IsRemoteVideo() const
+    {
+        return m_eDirection == ZynDirection_Recv &&
+               (m_eZynSessionType == ZynSessionType_Video || m_eZynSessionType == ZynSessionType_ScreenShare);
+    }
+    bool IsLocalVideo() const
+    {
+        return m_eDirection == ZynDirection_Send &&
+               (m_eZynSessionType == ZynSessionType_Video || m_eZynSessionType == ZynSessionType_ScreenShare);
+    }
+    void ReleaseRenderers();
+    ZynResult AddRendererEntry(const char* tag, const void* key, int kind, int format);
+    ZynResult WriteRenderSetting(const char* tag, const void* key, const char* what, unsigned int value);
+    ZynResult StoreVideoRequest(const CVideoRequest& request);
+    // The video configuration RestoreOptions writes, as the line's configuration holds it.
+    struct CTrackRestoreSettings {
+        uint8_t remote56 = 0, remote62 = 0, superResolution = 0;
+        int32_t remote60 = 0;
+        uint8_t externalRender = 0, enable1080p = 1, enable90p = 1, adaptiveFps = 1, faceDetection = 0;
+        bool hardwareAcceleration = true;
+        int32_t shareFrameRate = 5;
+    };
+    CTrackRestoreSettings RestoreSettingsOfLine() const;
+    void ReapplySubscription();
+    // Where the line learns that a request changed: it sends its next subscription.
+    void RequestsChangedOnLine();
+    // How many streams the line may receive at once, as its subscription allows.
+    unsigned int SubscribedCountOfLine() const;
+    // Connection-wide callbacks of the capture, where the line and connection still exist.
+    void CallBackError(int code);
     bool IsLocalShare() const { return m_eZynSessionType == ZynSessionType_ScreenShare && m_eDirection == ZynDirection_Send; }
     bool IsAudio() const { return m_eZynSessionType == ZynSessionType_Audio || m_eZynSessionType == ZynSessionType_AudioSlide; }
     // The option-154 record and the plain share options.
@@ -209,6 +364,25 @@ private:
     ZynSimulcastRequest m_request{};  // main thread
     bool m_bNoRequest = true;         // main thread; SetRequest clears it
     std::atomic<bool> m_bStatusChanged{false};  // set by SetMediaStatus, cleared by the poll
+
+    // Renderers, in the order attached: (window or renderer, kind 0 window, 1 external renderer).
+    std::recursive_mutex m_renderersLock;
+    std::vector<std::pair<const void*, int>> m_renderers;  // guarded by m_renderersLock
+    std::recursive_mutex m_optionsLock;  // the options below, set by the application and the line
+    CVideoRequest m_videoRequest;        // guarded by m_optionsLock
+    bool m_bHasRequest = false;          // guarded by m_optionsLock
+    int m_playBufferMin = -1;            // guarded by m_optionsLock; -1: the engine's own
+    int m_playBufferMax = -1;            // guarded by m_optionsLock
+    int m_packetizationMode = 1;         // guarded by m_optionsLock: the last EnableHardwareCodec, 1 hardware
+    bool m_bAv1 = false;                 // guarded by m_optionsLock
+    bool m_bAv1Share = false;            // guarded by m_optionsLock
+    bool m_bForceLandscape = false;
+    bool m_bAsyncStart = false;          // main thread; the engine ends a start later
+    bool m_bRecording = false;
+    int32_t m_info = 0;                  // last error of MuteWithAvatar
+    bool m_avatarMuted = false;
+    int32_t m_lowestPerformance = -1;    // the smallest send performance seen; -1 none yet
+    std::unique_ptr<CAvatarInputter> m_avatar;
 };
 
 }  // namespace zyn

@@ -61,8 +61,10 @@ ZynResult CMediaTrack::SwapEngineTrack(bool external, const char* name)
     }
     if (m_bStarted.load()) next->Start();
     IZynMediaTrack* old = m_pTrack;
+    ObserveEngineTrack(old, false);
     m_pTrack = next;
     m_bExternal = external;
+    ObserveEngineTrack(next, true);
     old->Stop();
     if (session) session->RemoveTrack(old);
     if (m_pConnectionInfo) m_pConnectionInfo->SetMutedStatus(m_bMuted.load());

@@ -201,4 +201,73 @@ ZynResult CMediaTrack::SetScreenSharingID(const char* id)
     return ZYN_S_OK;
 }
 
+namespace {
+// Options of the share object for what the application hands over whole: a screen source
+// (pointer), the sharer's description (text), and rectangles of the screen.
+constexpr int32_t kAddScreenSourceOption = 152;
+constexpr int32_t kRemoveScreenSourceOption = 153;
+constexpr int32_t kSharerInfoOption = 142;
+constexpr int32_t kSharedPortionOption = 176;
+constexpr int32_t kRemoteControlRegionOption = 177;
+constexpr size_t kMaxSharerInfo = 4096;
+
+bool ValidRect(const _tagRect* r) { return r && r->left >= 0 && r->top >= 0 && r->left < r->right && r->top < r->bottom; }
+}  // namespace
+
+ZynResult CMediaTrack::AddScreenSource(IZynScreenSource* source)
+{
+    if (!source) return IsLocalShare() ? WriteMetricsError("MedTrck_AddScrSrc", ZYN_E_INVALIDARG) : ZYN_E_FAIL;
+    const uint64_t value = reinterpret_cast<uintptr_t>(source);
+    return ShareOption("AddScreenSource", "MedTrck_AddScrSrc", kAddScreenSourceOption, &value, sizeof value);
+}
+
+ZynResult CMediaTrack::RemoveScreenSource(IZynScreenSource* source)
+{
+    if (!source) return IsLocalShare() ? WriteMetricsError("MedTrck_RmvScrSrc", ZYN_E_INVALIDARG) : ZYN_E_FAIL;
+    const uint64_t value = reinterpret_cast<uintptr_t>(source);
+    return ShareOption("RemoveScreenSource", "MedTrck_RmvScrSrc", kRemoveScreenSourceOption, &value, sizeof value);
+}
+
+ZynResult CMediaTrack::SetScreenSharerInfo(const char* info)
+{
+    const size_t length = info ? strnlen(info, kMaxSharerInfo + 1) : 0;
+    if (length > kMaxSharerInfo) return IsLocalShare() ? ZYN_E_INVALIDARG : ZYN_E_FAIL;
+    return ShareOption("SetScreenSharerInfo", nullptr, kSharerInfoOption, info ? info : "",
+                       static_cast<uint32_t>(length + 1));
+}
+
+ZynResult CMediaTrack::SelectSharedPortion(const _tagRect* portion)
+{
+    if (!IsLocalShare()) return ZYN_E_FAIL;
+    if (!ValidRect(portion)) {
+        MS_WARNING_TRACE("CMediaTrack::SelectSharedPortion input invalidate pos="
+                         << (portion ? portion->left : -1) << "," << (portion ? portion->top : -1) << ","
+                         << (portion ? portion->right : -1) << "," << (portion ? portion->bottom : -1) << TRACK_TAIL);
+        return WriteMetricsError("MedTrck_SelectSharedPortio", ZYN_E_INVALIDARG);
+    }
+    return ShareOption("SelectSharedPortion", "MedTrck_SelectSharedPortio", kSharedPortionOption, portion,
+                       sizeof *portion);
+}
+
+ZynResult CMediaTrack::CopySharedRegionForRemoteControl(const _tagRect* region)
+{
+    if (!IsLocalShare()) return ZYN_E_FAIL;
+    if (!ValidRect(region)) return ZYN_E_INVALIDARG;
+    return ShareOption("CopySharedRegionForRemoteControl", nullptr, kRemoteControlRegionOption, region, sizeof *region);
+}
+
+// The answer is ZYN_S_FALSE on every path, by design: the position takes effect on the immersive
+// line later, and a caller must not read a success into it.
+ZynResult CMediaTrack::SetImmersiveSharingPos(unsigned int left, unsigned int top, unsigned int right, unsigned int bottom)
+{
+    if (left >= right || top >= bottom || right > 100 || bottom > 100) {
+        MS_WARNING_TRACE("CMediaTrack::SetImmersiveSharingPos input invalidate pos=" << left << "," << top << ","
+                         << right << "," << bottom << TRACK_TAIL);
+        return ZYN_S_FALSE;
+    }
+    // No line of this connection carries an immersive share yet.
+    MS_WARNING_TRACE("[immersivesharing] m_info is null !" << TRACK_TAIL);
+    return ZYN_S_FALSE;
+}
+
 }  // namespace zyn
