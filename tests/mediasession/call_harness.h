@@ -65,6 +65,12 @@ struct CallSink : IZynMediaConnectionSink {
         statuses[mid].push_back(status);
         changed.notify_all();
     }
+    // What the application does inside the callback, set before the photo is taken.
+    void OnCapturePhotoOutput(IZynMediaPackage* photo) override
+    {
+        if (onPhoto) onPhoto(photo);
+    }
+    std::function<void(IZynMediaPackage*)> onPhoto;
     void OnError(int code, void*) override
     {
         std::lock_guard<std::mutex> lock(mutex);

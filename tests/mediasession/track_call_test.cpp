@@ -234,6 +234,42 @@ TEST_F(TrackCallTest, ATrackOutlivesItsCallAndDiesOnTheMainThreadASecondAfterIts
     EXPECT_LT(waited, 3000ms);
 }
 
+TEST_F(TrackCallTest, ATrackReleasedInsideItsOwnCallbackDiesOnTheMainThreadASecondLater)
+{
+    Connect();
+    // A camera track that only the application holds, on A's video line.
+    zyn::CMediaConnectionInfo* line = call->Line(0, kVideo);
+    auto* camera = new zyn::CMediaTrack(line, 4242);
+    camera->AddRef();
+    ASSERT_EQ(ZYN_S_OK, camera->Init(line->GetMediaConnection()->GetEngine(), ZynSessionType_Video, ZynDirection_Send,
+                                     false, zyn::ZynSourceType_Device, 0));
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return camera->Start(false); }));
+    // The camera opens on the engine's thread; the start ends on the main thread.
+    ASSERT_TRUE(Eventually(call->sink[0], [&] { return camera->isStarted(); }, 5s));
+    mstest::TraceCapture trace;
+    const std::string destroyed = "CMediaTrack::~CMediaTrack, thread=0[Video] cid__4242 ";
+    std::atomic<bool> aliveAfterRelease{false};
+    std::atomic<unsigned int> photoBytes{0};
+    std::chrono::steady_clock::time_point released;
+    call->sink[0].onPhoto = [&](IZynMediaPackage* photo) {
+        photoBytes = photo ? photo->GetLength() : 0;
+        released = std::chrono::steady_clock::now();
+        camera->Release();
+        aliveAfterRelease = !trace.Contains(destroyed);
+    };
+    // The photo comes back through the sink from inside the track's own call.
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return camera->TakePhoto(); }));
+    call->sink[0].onPhoto = nullptr;
+    EXPECT_EQ(160u * 90 * 3 / 2, photoBytes.load()) << "the engine's picture reached the sink";
+    EXPECT_TRUE(aliveAfterRelease.load());
+    OnMain();
+    EXPECT_FALSE(trace.Contains(destroyed)) << "destroyed right after its callback";
+    ASSERT_TRUE(Eventually(call->sink[0], [&] { return trace.Contains(destroyed); }, 5s)) << destroyed;
+    const auto waited = std::chrono::steady_clock::now() - released;
+    EXPECT_GE(waited, 1000ms);
+    EXPECT_LT(waited, 3000ms);
+}
+
 TEST_F(TrackCallTest, ADeviceSwitchMidCallKeepsMediaFlowingAndTheOldTrackLivesASecond)
 {
     Connect();

@@ -80,6 +80,11 @@ CMediaTrack::~CMediaTrack()
 
 void CMediaTrack::OnReferenceDestory()
 {
+    // Nothing may take a reference again while the track waits to die: the engine stops telling
+    // it of its capture now, not when the destructor runs. A callback that took one just before
+    // gives it back later, and that second zero changes nothing.
+    if (m_bDying.exchange(true)) return;
+    ObserveEngineTrack(m_pTrack, false);
     ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
     if (m_callbacks.load() == 0 && main && main->IsCurrentThread()) {
         delete this;

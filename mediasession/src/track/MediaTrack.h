@@ -265,6 +265,7 @@ public:
 
 protected:
     friend class CMediaTrackDeleter;
+    friend class CTrackCallback;
     ~CMediaTrack() override;
     // The last release on the main thread, outside the track's own callbacks, destroys at once;
     // any other waits one second on the main thread, off every stack of the track.
@@ -347,6 +348,7 @@ private:
     bool m_startSending = true;
     bool m_bMuteNotifyEnabled = true;
     std::atomic<bool> m_bUninited{false};
+    std::atomic<bool> m_bDying{false};  // the count reached zero: destruction is under way
     std::atomic<int> m_callbacks{0};  // the track's own callbacks running now, on any thread
     std::timed_mutex m_mutexVideoCap;  // try-locked only: a re-entrant start or stop fails
     CCmTimerWrapperID m_blockTimer;       // 300 ms poll of remote video and share
@@ -383,6 +385,17 @@ private:
     bool m_avatarMuted = false;
     int32_t m_lowestPerformance = -1;    // the smallest send performance seen; -1 none yet
     std::unique_ptr<CAvatarInputter> m_avatar;
+};
+
+// One of the track's callbacks for its whole run, with a reference of its own: the application
+// may drop its last reference inside, and the track then dies later, elsewhere.
+class CTrackCallback {
+public:
+    explicit CTrackCallback(CMediaTrack* track) : m_scope(track->m_callbacks), m_self(track) {}
+
+private:
+    CCallbackScope m_scope;  // outlives m_self: the release below still finds the callback running
+    CZynAutoPtr<CMediaTrack> m_self;
 };
 
 }  // namespace zyn

@@ -67,6 +67,7 @@ void CMediaTrack::ObserveEngineTrack(IZynMediaTrack* track, bool on)
 
 void CMediaTrack::CallBackError(int code)
 {
+    CTrackCallback callback(this);
     if (CMediaConnection* connection = GetConnection()) connection->callBackOnError(code, nullptr);
 }
 
@@ -78,6 +79,7 @@ bool CMediaTrack::isStarting()
 
 void CMediaTrack::OnStartedCapture(IZynMediaTrack* notifier, ZynResult result)
 {
+    if (m_bDying.load()) return;
     ACmThread* main = CCmThreadManager::Instance()->GetThread(TT_MAIN);
     ICmEventQueue* queue = main ? main->GetEventQueue() : nullptr;
     if (!queue) return;
@@ -107,6 +109,7 @@ void CMediaTrack::StartedCaptureOnMain(IZynMediaTrack* notifier, ZynResult resul
 
 void CMediaTrack::OnPlaybackTimestampUpdated(uint32_t rtpTimestamp, uint32_t playoutMs)
 {
+    CTrackCallback callback(this);
     CMediaConnection* connection = GetConnection();
     if (IZynMediaConnectionSink* sink = connection ? connection->GetSink() : nullptr)
         sink->OnAudioTimeStampChanged(rtpTimestamp, playoutMs);
@@ -114,6 +117,7 @@ void CMediaTrack::OnPlaybackTimestampUpdated(uint32_t rtpTimestamp, uint32_t pla
 
 void CMediaTrack::OnUpdateCaptureResolution(uint32_t width, uint32_t height)
 {
+    CTrackCallback callback(this);
     CMediaConnection* connection = GetConnection();
     if (IZynMediaConnectionSink* sink = connection ? connection->GetSink() : nullptr)
         sink->OnUpdateCaptureResolution(width, height);
@@ -140,12 +144,14 @@ void CMediaTrack::OnCameraNoAuth() { CallBackError(kErrorCameraNoAuth); }
 
 void CMediaTrack::OnCameraProperty(tagCameraProperty* property)
 {
+    CTrackCallback callback(this);
     CMediaConnection* connection = GetConnection();
     if (IZynMediaConnectionSink* sink = connection ? connection->GetSink() : nullptr) sink->OnCameraProperty(property);
 }
 
 void CMediaTrack::OnCapturePhotoOutput(IZynMediaPackage* photo)
 {
+    CTrackCallback callback(this);
     CMediaConnection* connection = GetConnection();
     if (IZynMediaConnectionSink* sink = connection ? connection->GetSink() : nullptr) sink->OnCapturePhotoOutput(photo);
 }
