@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <iterator>
@@ -268,6 +269,36 @@ TEST_F(TrackCallTest, ATrackReleasedInsideItsOwnCallbackDiesOnTheMainThreadASeco
     const auto waited = std::chrono::steady_clock::now() - released;
     EXPECT_GE(waited, 1000ms);
     EXPECT_LT(waited, 3000ms);
+}
+
+TEST_F(TrackCallTest, TheCamerasStartAndFailuresReachTheApplication)
+{
+    Connect();
+    zyn::CMediaConnectionInfo* line = call->Line(0, kVideo);
+    auto Has = [&](auto&& pred) {
+        return Eventually(call->sink[0], [&] {
+            std::lock_guard<std::mutex> lock(call->sink[0].mutex);
+            return pred();
+        }, 5s);
+    };
+    ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return Local(kVideo)->Start(false); }));
+    // The camera starts late, on its own thread: the application hears it as status 9.
+    EXPECT_TRUE(Has([&] {
+        const auto& s = call->sink[0].statuses[kVideo];
+        return std::find(s.begin(), s.end(), 9) != s.end();
+    }));
+    const struct {
+        int event;  // as the engine's camera reports it
+        int error;  // what the application hears
+    } rows[] = {{1, 0x46024105}, {2, 0x46024104}, {3, 0x46024102}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.event);
+        std::thread([&] { EXPECT_EQ(ZYN_S_OK, line->GetLocalTrack()->GetTrack()->SimulateCameraEvent(row.event)); }).join();
+        EXPECT_TRUE(Has([&] {
+            const auto& e = call->sink[0].errors;
+            return std::find(e.begin(), e.end(), row.error) != e.end();
+        }));
+    }
 }
 
 TEST_F(TrackCallTest, ADeviceSwitchMidCallKeepsMediaFlowingAndTheOldTrackLivesASecond)
