@@ -203,12 +203,14 @@ TEST_F(TrackFaceTest, RenderSettingsAndCommandsLandOnTheEngineTrack)
     EXPECT_EQ("1", Named(remote, "render.indication"));
     EXPECT_EQ(750u, Option<uint32_t>(remote, 59));
 
+    EXPECT_EQ(ZYN_E_WRONGSTATE, camera->ForceKeyframe()) << "a stopped encoder makes no key frame";
+    ASSERT_EQ(ZYN_S_OK, camera->Start(false));
     ASSERT_EQ(ZYN_S_OK, camera->ForceKeyframe());
     ASSERT_EQ(ZYN_S_OK, camera->ForceLandscape(true));
     ASSERT_EQ(ZYN_S_OK, camera->SetupCVO(true));
     ASSERT_EQ(ZYN_S_OK, camera->ChangeOrientation(180));
     EXPECT_EQ(ZYN_S_FALSE, camera->ChangeOrientation(90)) << "a forced landscape holds";
-    EXPECT_EQ("1", Named(camera, ZynTrackCount_KeyFrames));
+    EXPECT_EQ(1u, camera->GetTrack()->GetKeyFrameCount());
     EXPECT_EQ(1, Option<uint8_t>(camera, 28));
     EXPECT_EQ(1, Option<uint8_t>(camera, 29));
     EXPECT_EQ(180, Option<int32_t>(camera, 36));
