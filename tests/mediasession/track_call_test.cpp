@@ -308,6 +308,8 @@ TEST_F(TrackCallTest, ADeviceSwitchMidCallKeepsMediaFlowingAndTheOldTrackLivesAS
     IZynMediaTrackBase* video = Local(kVideo);
     ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return audio->Start(false); }));
     ASSERT_EQ(ZYN_S_OK, OnMainResult([&] { return video->Start(false); }));
+    // A device change while the camera still opens only waits for that start: let it end first.
+    ASSERT_TRUE(Eventually(call->sink[0], [&] { return static_cast<zyn::CMediaTrack*>(video)->isStarted(); }, 5s));
     char names[256];
     ASSERT_EQ(ZYN_S_OK, GetMediaDeviceNames(call->Conn(0), ZynDevice_Camera, names, sizeof names));
     EXPECT_STREQ("zyn-cam-front\nzyn-cam-usb\n", names);
