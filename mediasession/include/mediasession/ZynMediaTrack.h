@@ -8,6 +8,8 @@
 #include <cstdint>
 
 #include "mediasession/ZynDefines.h"
+// ZynVideoQualityType, of RequestVideo.
+#include "mediasession/ZynMediaConfig.h"
 
 // Device kinds: what a device captures or plays.
 enum ZynDeviceKind : int32_t {
@@ -40,15 +42,6 @@ enum ZynSourceType : int32_t {
     ZynSourceType_Device = 2,
     ZynSourceType_File = 5,
     ZynSourceType_Remote = 7,
-};
-
-// Asked of a remote video stream by RequestVideo: 90p, 180p, 360p, 720p, 1080p.
-enum ZynVideoQualityType : int32_t {
-    ZynVideoQuality_90P = 0,
-    ZynVideoQuality_180P = 1,
-    ZynVideoQuality_360P = 2,
-    ZynVideoQuality_720P = 3,
-    ZynVideoQuality_1080P = 4,
 };
 
 // How a window renderer fits the picture: whole picture, filled (cropped), stretched.
