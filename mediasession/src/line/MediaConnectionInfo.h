@@ -308,8 +308,16 @@ public:
     void OnCaptureStatusChanged(void* notifier, ZynScreenCaptureStatus status);
     void OnCaptureEvent(void* notifier, int32_t event, int32_t value);
     void OnCapturePositionChanged(void* notifier, int32_t left, int32_t top, int32_t right, int32_t bottom);
+    // The smallest send performance any of the line's tracks was given so far, after taking `level`
+    // into account: a replaced or restarted track never goes back above what the machine once could not do.
+    int32_t KeepLowestSendPerformance(int32_t level)
+    {
+        if (m_lowestSendPerformance < 0 || level < m_lowestSendPerformance) m_lowestSendPerformance = level;
+        return m_lowestSendPerformance;
+    }
 
 private:
+    int32_t m_lowestSendPerformance = -1;  // main thread; -1 none yet
     // A question the connection answers; after Cleanup every feature reads as off.
     template <class Query>
     bool FromSink(Query query) const

@@ -167,7 +167,7 @@ public:
     ZynResult StartRecording(bool on);
     // The configuration written again to the engine at each start.
     void RestoreOptions();
-    // The last request of RequestVideo: what this track asks of its sender.
+    // A request of RequestVideo, before it becomes the subscription record this track stands for.
     struct CVideoRequest {
         ZynVideoQualityType quality = ZynVideoQuality_360P;
         uint8_t priority = 255;
@@ -178,7 +178,6 @@ public:
         uint16_t maxFps = 0;  // hundredths of a frame a second
         uint32_t bitrate = 0;
     };
-    bool GetVideoRequest(CVideoRequest& out);
 
     // Capture (MediaTrackCapture.cpp).
     ZynResult StartPreview() override;
@@ -371,8 +370,6 @@ private:
     std::recursive_mutex m_renderersLock;
     std::vector<std::pair<const void*, int>> m_renderers;  // guarded by m_renderersLock
     std::recursive_mutex m_optionsLock;  // the options below, set by the application and the line
-    CVideoRequest m_videoRequest;        // guarded by m_optionsLock
-    bool m_bHasRequest = false;          // guarded by m_optionsLock
     int m_playBufferMin = -1;            // guarded by m_optionsLock; -1: the engine's own
     int m_playBufferMax = -1;            // guarded by m_optionsLock
     int m_packetizationMode = 1;         // guarded by m_optionsLock: the last EnableHardwareCodec, 1 hardware

@@ -5,10 +5,10 @@
 // Threads: main thread. The options lock guards what the application and the line both set.
 #include <algorithm>
 #include <cstring>
-#include <thread>
 
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
+#include "perf/StaticPerformance.h"
 #include "track/MediaTrack.h"
 #include "util/CmTrace.h"
 
@@ -73,27 +73,32 @@ int32_t ConvPerformanceLevel(int32_t level) { return level >= 0 && level <= 4 ? 
 
 }  // namespace
 
-// The machine's send performance for a kind of media, by its core count: the small static table
-// this library carries until the measured one takes over.
-int32_t QueryStaticSendPerformance(ZynSessionType type)
-{
-    const unsigned cores = std::thread::hardware_concurrency();
-    const int32_t level = cores >= 8 ? 4 : cores >= 4 ? 3 : cores >= 2 ? 2 : 1;
-    // Sharing sends few frames: it may go one level higher than camera video.
-    return type == ZynSessionType_ScreenShare ? std::min(level + 1, 4) : level;
-}
-
 ZynResult CMediaTrack::StoreVideoRequest(const CVideoRequest& request)
 {
     if (!IsRemoteVideo()) return WriteMetricsError("MedTrck_ReqV", ZYN_E_FAIL);
     if (!m_pTrack) return WriteMetricsError("MedTrck_ReqV", ZYN_E_NOTRACK);
-    {
-        std::lock_guard<std::recursive_mutex> lock(m_optionsLock);
-        m_videoRequest = request;
-        m_bHasRequest = true;
-    }
     MS_INFO_TRACE("CMediaTrack::RequestVideo, maxFS=" << request.maxFs << ", maxFPS=" << request.maxFps
                   << ", bitrate=" << request.bitrate << ", priority=" << int(request.priority) << TRACK_TAIL);
+    // The subscription this track stands for takes the new limits; the policy and the source it was
+    // made with stay, and a track that had none asks by the policy it was given at Init.
+    ZynSimulcastRequest record = m_request;
+    if (m_bNoRequest) {
+        record = ZynSimulcastRequest{};
+        record.eRequestPolicyType = m_ePolicy;
+        record.one = 1;
+    }
+    int vid = 0;
+    if (ZYN_SUCCEEDED(GetVid(vid))) record.vid = static_cast<uint8_t>(vid);
+    record.uBitrate = request.bitrate;
+    record.uMaxMBPS = request.maxMbps;
+    record.uMaxFS = request.maxFs;
+    record.uMaxFPS = request.maxFps;
+    if (record.codecKind == 0) record.codecKind = 1;  // a video request: H.264 unless AV1 was agreed
+    if (record.eRequestPolicyType == ZynSCRRequestPolicyType_ActiveSpeaker) {
+        record.policyData[0] = request.priority;
+        record.policyData[1] = request.grouping;
+    }
+    SetRequest(record);
     RequestsChangedOnLine();
     return ZYN_S_OK;
 }
@@ -133,13 +138,6 @@ ZynResult CMediaTrack::RequestVideo(unsigned int maxMbps, unsigned short maxFs, 
     return StoreVideoRequest(request);
 }
 
-bool CMediaTrack::GetVideoRequest(CVideoRequest& out)
-{
-    std::lock_guard<std::recursive_mutex> lock(m_optionsLock);
-    if (m_bHasRequest) out = m_videoRequest;
-    return m_bHasRequest;
-}
-
 // The line builds its next subscription from every track's request when it sends one; the track
 // only marks that its own changed by holding it.
 void CMediaTrack::RequestsChangedOnLine()
@@ -149,7 +147,7 @@ void CMediaTrack::RequestsChangedOnLine()
 }
 
 // What this track itself takes of the line's subscription: one stream once it asked for one.
-unsigned int CMediaTrack::SubscribedCountOfLine() const { return m_bHasRequest ? 1 : 0; }
+unsigned int CMediaTrack::SubscribedCountOfLine() const { return m_bNoRequest ? 0 : 1; }
 
 ZynResult CMediaTrack::GetSuscribedCount(unsigned int& count)
 {
@@ -434,9 +432,15 @@ void CMediaTrack::RestoreOptions()
     }
     if (IsLocalVideo()) {
         MS_INFO_TRACE("CMediaTrack::RestoreOptions, to QuerySendPerformance." << TRACK_TAIL);
-        const int32_t level = ConvPerformanceLevel(QueryStaticSendPerformance(m_eZynSessionType));
-        // A level once lowered stays low for the call: the machine proved it could not do more.
-        if (m_lowestPerformance < 0 || level < m_lowestPerformance) m_lowestPerformance = level;
+        const int32_t level = ConvPerformanceLevel(
+            CMediaPerformanceStaticControl::Instance().QuerySendPerformance(false, m_eZynSessionType));
+        // A level once lowered stays low for the call: the machine proved it could not do more. A track
+        // outside a line (tests, a line already gone) keeps its own minimum.
+        if (m_pConnectionInfo) {
+            m_lowestPerformance = m_pConnectionInfo->KeepLowestSendPerformance(level);
+        } else if (m_lowestPerformance < 0 || level < m_lowestPerformance) {
+            m_lowestPerformance = level;
+        }
         SetValue<int32_t>(t, kOptionPerformance, m_lowestPerformance);
     }
     if (IsLocalShare()) SetValue<int32_t>(t, kOptionFrameRateLimit, settings.shareFrameRate);
