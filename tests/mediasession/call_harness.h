@@ -124,11 +124,6 @@ struct CallSink : IZynMediaConnectionSink {
         Event("render size " + std::to_string(mid) + " " + std::to_string(label) + " " + std::to_string(direction));
     }
     void OnPictureLossIndication() override { Event("picture loss"); }
-    void OnReceiveApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) override
-    {
-        Event("application data " + std::to_string(mid) + " " +
-              std::string(reinterpret_cast<const char*>(data), data ? length : 0));
-    }
     void OnLiveSourcesAvailableMediaChanged(unsigned long mid, int count) override
     {
         Event("live sources " + std::to_string(mid) + " " + std::to_string(count));

@@ -1,15 +1,12 @@
 // The connection's operations that carry a mid, each read where its effect lands: the line's
-// observer list firing, the engine session's CSI table, the line's receive counters, the far end's
-// sink, and the session metrics for the failures.
+// observer list firing, the engine session's CSI table, the line's receive counters, and the
+// session metrics for the failures.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "call_harness.h"
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
 #include "mediasession/ZynScreenShare.h"
@@ -19,7 +16,6 @@
 namespace {
 
 using zyn::CMediaConnection;
-using namespace std::chrono_literals;
 
 constexpr unsigned long kAudio = 0, kShare = 2, kApp = 3, kUnknown = 77;
 
@@ -178,33 +174,6 @@ TEST_F(ConnectionForwardTest, ExternalPacketsWalkTheLinesReceivePath)
     EXPECT_EQ(ZYN_S_OK, m_api->ReceiveRTCP(kAudio, rtcp.data(), 28));
     EXPECT_EQ(rtpBefore + 3, line->GetReceivedPackets());
     EXPECT_EQ(rtcpBefore + 1, line->GetReceivedRtcpPackets());
-}
-
-TEST(ConnectionForwardCallTest, ApplicationDataArrivesAtTheFarEndsSink)
-{
-    mstest::EngineScope engine;
-    std::optional<mstest::CallPair> call;
-    call.emplace(std::vector<mstest::CallLine>{{ZynSessionType_Application, kApp}}, [](CMediaConnection&) {});
-    ASSERT_TRUE(call->Exchange());
-    ASSERT_TRUE(call->WaitAll(2)) << "the application line never connected";
-    const std::string text = "hello over the application line";
-    ZynResult r = ZYN_E_FAIL;
-    auto* api = static_cast<IZynMediaConnection4T*>(call->Impl(0));
-    mstest::OnMain([&] {
-        r = api->SendApplicationData(kApp, reinterpret_cast<const unsigned char*>(text.data()),
-                                     static_cast<unsigned int>(text.size()));
-    });
-    ASSERT_EQ(ZYN_S_OK, r);
-    mstest::CallSink& far = call->sink[1];
-    std::vector<std::string> got;
-    EXPECT_TRUE(far.Wait([&] {
-        std::lock_guard<std::mutex> lock(far.eventMutex);
-        return !far.events.empty();
-    }, 10s));
-    got = far.TakeEvents();
-    EXPECT_EQ((std::vector<std::string>{"application data 3 " + text}), got);
-    call.reset();
-    mstest::OnMain();
 }
 
 }  // namespace
