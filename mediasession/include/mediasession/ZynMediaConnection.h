@@ -10,9 +10,11 @@ class IShareConfig;
 class IBaseConfig;
 class IGlobalConfig;
 class IZynMediaPackage;
+class IZynScreenShareObserver;
 struct _tagVideoSizeInfo;
 struct _tagIndicationResult;
 struct tagCameraProperty;
+struct _tagRtpFilter;
 
 // Link state of a direction; values come from the media engine.
 enum ZynNetworkStatus : int32_t {
@@ -159,6 +161,10 @@ protected:
 
 class IZynMediaConnection4T : public IZynMediaConnection {
 public:
+    // Capture events of the share line with that mid. ZYN_E_NOTFOUND for a mid without a line,
+    // ZYN_E_POINTER for a null observer, ZYN_E_DUPLICATE when it is already registered.
+    virtual ZynResult AddScreenShareObserver(unsigned long mid, IZynScreenShareObserver* observer) = 0;
+    virtual ZynResult RemoveScreenShareObserver(unsigned long mid, IZynScreenShareObserver* observer) = 0;
     // The line's path and flow. ZYN_E_FAIL for a mid without a line of that kind.
     virtual ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) = 0;
     virtual ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) = 0;
@@ -171,6 +177,19 @@ public:
     virtual ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) = 0;
     // The same shape, read back; valid until the next call. "{}" for a mid without a line.
     virtual const char* GetParams(unsigned long mid) = 0;
+    // Bytes to the far end of an application line, as one datagram (or one record on a stream).
+    // ZYN_E_FAIL for a mid without a connected application line, ZYN_E_INVALIDARG for no bytes.
+    virtual ZynResult SendApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) = 0;
+    // Packets the application received on a transport of its own, handed to the line's engine
+    // session. The filter and its output are reserved; pass null. ZYN_E_FAIL for an unknown mid.
+    virtual ZynResult ReceiveRTP(unsigned long mid, unsigned char* data, unsigned int length, _tagRtpFilter* filter,
+                                 unsigned char* filterOut) = 0;
+    virtual ZynResult ReceiveRTCP(unsigned long mid, unsigned char* data, unsigned int length) = 0;
+    // The line's engine session drops what it received so far and starts its streams anew.
+    virtual ZynResult Failover(unsigned long mid) = 0;
+    // The capture source identifier that the line's stream with this label announces.
+    // ZYN_E_POINTER for a mid without a line or a line without an engine session yet.
+    virtual ZynResult UpdateCSI(unsigned long mid, unsigned int label, unsigned int csi) = 0;
 
 protected:
     ~IZynMediaConnection4T() override = default;

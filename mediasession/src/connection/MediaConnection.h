@@ -67,11 +67,19 @@ public:
     IGlobalConfig* GetGlobalConfig() override { return &m_globalConfig; }
 
     // IZynMediaConnection4T
+    ZynResult AddScreenShareObserver(unsigned long mid, IZynScreenShareObserver* observer) override;
+    ZynResult RemoveScreenShareObserver(unsigned long mid, IZynScreenShareObserver* observer) override;
     ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) override;
     ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) override;
     ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) override;
     ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) override;
     const char* GetParams(unsigned long mid) override;
+    ZynResult SendApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) override;
+    ZynResult ReceiveRTP(unsigned long mid, unsigned char* data, unsigned int length, _tagRtpFilter* filter,
+                         unsigned char* filterOut) override;
+    ZynResult ReceiveRTCP(unsigned long mid, unsigned char* data, unsigned int length) override;
+    ZynResult Failover(unsigned long mid) override;
+    ZynResult UpdateCSI(unsigned long mid, unsigned int label, unsigned int csi) override;
 
     // IGlobalConfigOwner
     void SetZynErrorMetrics(const char* tag, ZynResult code) override;

@@ -161,6 +161,10 @@ public:
     ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult SendApplicationData(const uint8_t* data, uint32_t length);
+    // Packets the application took off a transport of its own (MediaConnectionInfoExternal.cpp);
+    // they walk the same receive path as ours. ZYN_E_INVALIDARG for what no decoder could read.
+    ZynResult ReceiveExternalRTP(const uint8_t* data, uint32_t size);
+    ZynResult ReceiveExternalRTCP(const uint8_t* data, uint32_t size);
     // Network thread: sends the block or queues it behind earlier ones on a stream transport; a null
     // block drains the queue.
     CmResult Send_i(std::unique_ptr<CCmMessageBlock> block, int index);
