@@ -13,8 +13,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 
 constexpr int kBlockPollMs = 300;

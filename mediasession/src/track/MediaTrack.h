@@ -28,6 +28,9 @@
 
 class IZynMediaConnectionSink;
 
+// The end of every trace line a track's own operations write: its kind and its call.
+#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
+
 namespace zyn {
 
 class CAvatarInputter;

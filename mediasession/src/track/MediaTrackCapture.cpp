@@ -14,8 +14,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 
 // Session statuses of an asynchronous start: the camera runs, or it failed to.

@@ -8,8 +8,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 // Track options a replaced engine track hands to its successor: sending data, external mute, the
 // encode capability, the subscription record, the frame-rate limit.

@@ -14,8 +14,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 
 // Track option ids of the engine (sizes in the comments).

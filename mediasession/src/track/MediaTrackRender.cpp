@@ -12,8 +12,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 enum : int { kWindow = 0, kExternalRenderer = 1, kProcessing = 2 };
 std::pair<const void*, int> Entry(const void* key, int kind) { return {key, kind}; }

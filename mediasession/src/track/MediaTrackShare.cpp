@@ -9,8 +9,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 
 // Track option 154 carries one command record: the command, at 8 a value (a handle, a process id,

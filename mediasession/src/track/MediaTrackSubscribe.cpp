@@ -12,8 +12,6 @@
 
 namespace zyn {
 
-#define TRACK_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_eZynSessionType), GetIdentityCallId())
-
 namespace {
 
 // The size an older screen-share receiver can show for a frame size in macroblocks. It cannot
