@@ -212,7 +212,10 @@ struct Latch final : ICmObserver {
 TEST(DnsFakeServerTest, ConcurrentAsksShareOneQueryAndAnswersAreKept)
 {
     FakeDnsServer server;
-    CCmDnsManager dns(SettingsFor(server));
+    // The test itself decides when the held answer goes out; a slow machine must not time it out first.
+    CmDnsSettings settings = SettingsFor(server);
+    settings.timeoutMs = 15000;
+    CCmDnsManager dns(settings);
     constexpr int kAskers = 20;
     Latch latch;
     std::atomic<int> ready{0};
