@@ -8,19 +8,12 @@
 
 #include "mediasession/ZynDefines.h"
 #include "mediasession/ZynMediaTrack.h"
+#include "mediasession/ZynTransport.h"
 
 class IZynMediaTrack;
 class IZynMediaFileCapturer;
 class IZynMediaFileRenderer;
 
-// What a session sends through; the media line implements it.
-class IZynMediaTransport {
-public:
-    virtual ~IZynMediaTransport() = default;
-    virtual int32_t GetTransportType() = 0;
-    virtual ZynResult SendRTPPacket(const uint8_t* data, uint32_t length) = 0;
-    virtual ZynResult SendRTCPPacket(const uint8_t* data, uint32_t length) = 0;
-};
 
 enum ZynTrackKind : int32_t {
     ZynTrack_AudioLocal = 0,

@@ -2,6 +2,9 @@
 #pragma once
 
 #include "mediasession/ZynDefines.h"
+#include "mediasession/ZynRecorder.h"
+#include "mediasession/ZynStatistics.h"
+#include "mediasession/ZynTransport.h"
 
 class IZynMediaTrackBase;
 class IAudioConfig;
@@ -15,6 +18,11 @@ struct _tagVideoSizeInfo;
 struct _tagIndicationResult;
 struct tagCameraProperty;
 struct _tagRtpFilter;
+class IZynMediaContentCipher;
+enum ZynSubscribePolicy : int32_t;
+enum ZynVideoQualityType : int32_t;
+enum ZynRTPHeaderExtType : int32_t;
+enum eStreamDirection : int32_t;
 
 // Link state of a direction; values come from the media engine.
 enum ZynNetworkStatus : int32_t {
@@ -169,6 +177,25 @@ public:
     virtual ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) = 0;
     virtual ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) = 0;
     virtual ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) = 0;
+    virtual ZynResult GetCPUStatistics(_tagZynCPUUsage& usage) = 0;
+    virtual ZynResult GetMemoryStatistics(_tagZynMemoryUsage& usage) = 0;
+    virtual ZynResult GetBatteryStatistics(bool& charging, int& level) = 0;
+    virtual ZynResult GetNetworkMetrics(_tagZynAggregateNetworkMetricStats& stats) = 0;
+    virtual const char* GetMediaSessionMetrics() = 0;
+    virtual const char* GetMediaSessionMetricsForSAP() = 0;
+    virtual const char* GetCallCancelMetrics() = 0;
+    virtual ZynResult GetSyncStatistics(unsigned int csi, _tagSyncStatistics& stats) = 0;
+    virtual ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid,
+                                unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi,
+                                bool flag1, bool flag2) = 0;
+    virtual ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, unsigned short width,
+                                unsigned short height, unsigned int fps, unsigned int bitrate, unsigned int mbps,
+                                int& vid, unsigned char priority, unsigned char grouping, bool duplicate,
+                                unsigned int csi, bool flag1, bool flag2) = 0;
+    virtual ZynResult Unsubscribe(unsigned long mid, unsigned char vid) = 0;
+    virtual ZynResult SetGlobalNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction,
+                                                        unsigned int value) = 0;
+    virtual int GetNetworkIndex(_tagNetworkDirection direction) = 0;
     // Settings as one JSON object: connection-wide keys at the top, the line's under "audio",
     // "video", "screen" or "audio-slide". Absent keys change nothing; a key that fails (wrong type,
     // refused value, guarded after the call started) leaves its setting alone, the others still
@@ -177,19 +204,74 @@ public:
     virtual ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) = 0;
     // The same shape, read back; valid until the next call. "{}" for a mid without a line.
     virtual const char* GetParams(unsigned long mid) = 0;
+    virtual ZynResult StartMediaLogging(long interval, int logType) = 0;
+    virtual ZynResult StopMediaLogging() = 0;
+    virtual ZynResult SyncWithAudioTimestamp(unsigned int first, unsigned int second) = 0;
+    virtual ZynResult PauseQoS(unsigned long mid) = 0;
+    virtual ZynResult ResumeQoS(unsigned long mid) = 0;
+    virtual ZynResult AddObservedCSI(unsigned int csi, const char* uniqueId, unsigned long mid,
+                                     ZynSessionType type) = 0;
+    virtual IZynRecorder* GetRecordService() = 0;
+    virtual ZynResult StartOnpremSharing(const char* info) = 0;
+    virtual ZynResult StopOnpremSharing() = 0;
+    virtual ZynResult SetLocalPort(unsigned long mid, const char* ip, unsigned short port, bool flag,
+                                   unsigned int* out) = 0;
+    virtual ZynResult ConnectRemote(unsigned long mid, bool flag) = 0;
+    virtual ZynResult DisconnectRemote(unsigned long mid) = 0;
+    virtual ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short duration,
+                                         unsigned char volume, int flag) = 0;
+    virtual ZynResult StartPlayRingTone(_tagAudioRawFormat* format, const unsigned char* data, unsigned int length,
+                                        unsigned int loops) = 0;
+    virtual ZynResult StopPlayRingTone() = 0;
     // Bytes to the far end of an application line, as one datagram (or one record on a stream).
     // ZYN_E_FAIL for a mid without a connected application line, ZYN_E_INVALIDARG for no bytes.
     virtual ZynResult SendApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) = 0;
+    virtual ZynResult ConfigureTURN(const char* server, const char* credential, ZynTURNTransportType transport,
+                                    const char** out) = 0;
+    virtual ZynResult CancelConfigureTurn() = 0;
+    virtual ZynResult ConfigureSTUN(const char* server, const char* credential, const char** out) = 0;
+    virtual ZynResult CancelConfigureStun() = 0;
+    virtual ZynResult CheckIceServerConnectiveWithLocalIp(const char* localIp) = 0;
+    virtual ZynResult allocateTurnRelayedAndReflexiveAddress(unsigned long mid) = 0;
+    virtual ZynResult resetIceForBwcCalling(unsigned long mid, bool flag1, bool flag2) = 0;
+    virtual ZynResult resetIceForZarnCalling(unsigned long mid) = 0;
+    virtual ZynResult UpdateDownLinkIndicationInfo(_tagDownLinkIndicationInfo* info, unsigned long mid) = 0;
+    virtual const char* GetEventReport(ZynEventMetricsType type) = 0;
+    virtual ZynResult StopListening(unsigned long mid) = 0;
+    virtual ZynResult StartIceConnectivityCheckForSipCall() = 0;
+    virtual ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length,
+                                     bool flag, unsigned int value, unsigned short id) = 0;
+    virtual ZynResult SetUseEpoch(unsigned long mid, unsigned long epoch) = 0;
+    virtual ZynResult InitSframe(unsigned long mid, unsigned short first, unsigned short second) = 0;
+    virtual ZynResult PurgeKeyBefore(unsigned long mid, unsigned long epoch) = 0;
+    virtual ZynResult SubscribeAudioSI(unsigned long mid, unsigned int csi, ZynSubscribePolicy policy) = 0;
+    virtual ZynResult UnsubscribeAudioSI(unsigned long mid, unsigned int csi) = 0;
+    virtual ZynResult SetNegotiatedRemoteDirection(unsigned long mid, ZynDirection direction) = 0;
+    virtual ZynResult SetTransport(unsigned long mid, IZynMediaTransport* transport, bool flag) = 0;
+    virtual ZynResult SetMediaContentCipher(unsigned long mid, IZynMediaTrackBase* track,
+                                            IZynMediaContentCipher* cipher) = 0;
+    virtual ZynResult TurnOnRTPHeaderExtensions(unsigned long mid, ZynRTPHeaderExtType* types,
+                                                unsigned char count) = 0;
+    virtual ZynResult QueryRTPExtensionID(unsigned long mid, const char* uri, eStreamDirection direction,
+                                          unsigned char& id) = 0;
     // Packets the application received on a transport of its own, handed to the line's engine
     // session. The filter and its output are reserved; pass null. ZYN_E_FAIL for an unknown mid.
     virtual ZynResult ReceiveRTP(unsigned long mid, unsigned char* data, unsigned int length, _tagRtpFilter* filter,
                                  unsigned char* filterOut) = 0;
     virtual ZynResult ReceiveRTCP(unsigned long mid, unsigned char* data, unsigned int length) = 0;
+    virtual ZynResult CreateAdhocAudioTrack(unsigned int vid) = 0;
+    virtual ZynResult ReceiveAdhocRTP(unsigned int vid, unsigned char* data, unsigned int length) = 0;
     // The line's engine session drops what it received so far and starts its streams anew.
     virtual ZynResult Failover(unsigned long mid) = 0;
+    virtual ZynResult IndicatePictureLoss(unsigned long mid, unsigned int vid) = 0;
+    virtual ZynResult AddLocalTrack(unsigned long mid, unsigned int sourceId, unsigned char& vid) = 0;
+    virtual ZynResult RemoveLocalTrack(unsigned long mid, unsigned int sourceId) = 0;
+    virtual ZynResult SetActiveLocalTrack(unsigned long mid, unsigned int sourceId) = 0;
+    virtual ZynResult SetActiveRemoteTrack(unsigned long mid, unsigned char vid) = 0;
     // The capture source identifier that the line's stream with this label announces.
     // ZYN_E_POINTER for a mid without a line or a line without an engine session yet.
     virtual ZynResult UpdateCSI(unsigned long mid, unsigned int label, unsigned int csi) = 0;
+    virtual ZynResult OnSendReady(unsigned long mid) = 0;
 
 protected:
     ~IZynMediaConnection4T() override = default;

@@ -37,7 +37,8 @@ class CMediaConnection final : public IZynMediaConnection4T,
                                public CZynUnknownImpl,
                                public CCmTimerWrapperIDSink,
                                public ZYNIdentityT<CMediaConnection>,
-                               public IGlobalConfigOwner {
+                               public IGlobalConfigOwner,
+                               public IZynRecorder {
 public:
     // Engine option of the "manualAdaptBitrate" setting: a rate the engine keeps to, 0 for none; four bytes.
     static constexpr int32_t kEngineOptionManualAdaptBitrate = 503;
@@ -66,20 +67,91 @@ public:
     IBaseConfig* GetApplicationConfig(unsigned long mid) override;
     IGlobalConfig* GetGlobalConfig() override { return &m_globalConfig; }
 
-    // IZynMediaConnection4T
+    // IZynMediaConnection4T, in its slot order
     ZynResult AddScreenShareObserver(unsigned long mid, IZynScreenShareObserver* observer) override;
     ZynResult RemoveScreenShareObserver(unsigned long mid, IZynScreenShareObserver* observer) override;
     ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) override;
     ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) override;
     ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) override;
+    ZynResult GetCPUStatistics(_tagZynCPUUsage& usage) override;
+    ZynResult GetMemoryStatistics(_tagZynMemoryUsage& usage) override;
+    ZynResult GetBatteryStatistics(bool& charging, int& level) override;
+    ZynResult GetNetworkMetrics(_tagZynAggregateNetworkMetricStats& stats) override;
+    const char* GetMediaSessionMetrics() override;
+    const char* GetMediaSessionMetricsForSAP() override;
+    const char* GetCallCancelMetrics() override;
+    ZynResult GetSyncStatistics(unsigned int csi, _tagSyncStatistics& stats) override;
+    ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool flag1, bool flag2) override;
+    ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, unsigned short width, unsigned short height, unsigned int fps, unsigned int bitrate, unsigned int mbps, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool flag1, bool flag2) override;
+    ZynResult Unsubscribe(unsigned long mid, unsigned char vid) override;
+    ZynResult SetGlobalNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction, unsigned int value) override;
+    int GetNetworkIndex(_tagNetworkDirection direction) override;
     ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) override;
     const char* GetParams(unsigned long mid) override;
+    ZynResult StartMediaLogging(long interval, int logType) override;
+    ZynResult StopMediaLogging() override;
+    ZynResult SyncWithAudioTimestamp(unsigned int first, unsigned int second) override;
+    ZynResult PauseQoS(unsigned long mid) override;
+    ZynResult ResumeQoS(unsigned long mid) override;
+    ZynResult AddObservedCSI(unsigned int csi, const char* uniqueId, unsigned long mid, ZynSessionType type) override;
+    IZynRecorder* GetRecordService() override;
+    ZynResult StartOnpremSharing(const char* info) override;
+    ZynResult StopOnpremSharing() override;
+    ZynResult SetLocalPort(unsigned long mid, const char* ip, unsigned short port, bool flag, unsigned int* out) override;
+    ZynResult ConnectRemote(unsigned long mid, bool flag) override;
+    ZynResult DisconnectRemote(unsigned long mid) override;
+    ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short duration, unsigned char volume, int flag) override;
+    ZynResult StartPlayRingTone(_tagAudioRawFormat* format, const unsigned char* data, unsigned int length, unsigned int loops) override;
+    ZynResult StopPlayRingTone() override;
     ZynResult SendApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) override;
-    ZynResult ReceiveRTP(unsigned long mid, unsigned char* data, unsigned int length, _tagRtpFilter* filter,
-                         unsigned char* filterOut) override;
+    ZynResult ConfigureTURN(const char* server, const char* credential, ZynTURNTransportType transport, const char** out) override;
+    ZynResult CancelConfigureTurn() override;
+    ZynResult ConfigureSTUN(const char* server, const char* credential, const char** out) override;
+    ZynResult CancelConfigureStun() override;
+    ZynResult CheckIceServerConnectiveWithLocalIp(const char* localIp) override;
+    ZynResult allocateTurnRelayedAndReflexiveAddress(unsigned long mid) override;
+    ZynResult resetIceForBwcCalling(unsigned long mid, bool flag1, bool flag2) override;
+    ZynResult resetIceForZarnCalling(unsigned long mid) override;
+    ZynResult UpdateDownLinkIndicationInfo(_tagDownLinkIndicationInfo* info, unsigned long mid) override;
+    const char* GetEventReport(ZynEventMetricsType type) override;
+    ZynResult StopListening(unsigned long mid) override;
+    ZynResult StartIceConnectivityCheckForSipCall() override;
+    ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length, bool flag, unsigned int value, unsigned short id) override;
+    ZynResult SetUseEpoch(unsigned long mid, unsigned long epoch) override;
+    ZynResult InitSframe(unsigned long mid, unsigned short first, unsigned short second) override;
+    ZynResult PurgeKeyBefore(unsigned long mid, unsigned long epoch) override;
+    ZynResult SubscribeAudioSI(unsigned long mid, unsigned int csi, ZynSubscribePolicy policy) override;
+    ZynResult UnsubscribeAudioSI(unsigned long mid, unsigned int csi) override;
+    ZynResult SetNegotiatedRemoteDirection(unsigned long mid, ZynDirection direction) override;
+    ZynResult SetTransport(unsigned long mid, IZynMediaTransport* transport, bool flag) override;
+    ZynResult SetMediaContentCipher(unsigned long mid, IZynMediaTrackBase* track, IZynMediaContentCipher* cipher) override;
+    ZynResult TurnOnRTPHeaderExtensions(unsigned long mid, ZynRTPHeaderExtType* types, unsigned char count) override;
+    ZynResult QueryRTPExtensionID(unsigned long mid, const char* uri, eStreamDirection direction, unsigned char& id) override;
+    ZynResult ReceiveRTP(unsigned long mid, unsigned char* data, unsigned int length, _tagRtpFilter* filter, unsigned char* filterOut) override;
     ZynResult ReceiveRTCP(unsigned long mid, unsigned char* data, unsigned int length) override;
+    ZynResult CreateAdhocAudioTrack(unsigned int vid) override;
+    ZynResult ReceiveAdhocRTP(unsigned int vid, unsigned char* data, unsigned int length) override;
     ZynResult Failover(unsigned long mid) override;
+    ZynResult IndicatePictureLoss(unsigned long mid, unsigned int vid) override;
+    ZynResult AddLocalTrack(unsigned long mid, unsigned int sourceId, unsigned char& vid) override;
+    ZynResult RemoveLocalTrack(unsigned long mid, unsigned int sourceId) override;
+    ZynResult SetActiveLocalTrack(unsigned long mid, unsigned int sourceId) override;
+    ZynResult SetActiveRemoteTrack(unsigned long mid, unsigned char vid) override;
     ZynResult UpdateCSI(unsigned long mid, unsigned int label, unsigned int csi) override;
+    ZynResult OnSendReady(unsigned long mid) override;
+
+    // IZynRecorder (MediaConnectionRecord.cpp)
+    ZynResult StartRecord(const char* path) override;
+    ZynResult StopRecord() override;
+    ZynResult PauseRecord() override;
+    ZynResult ResumeRecord() override;
+    ZynResult RecordVideo(bool enable) override;
+    ZynResult PutRawVideoSample(unsigned int vid, _tagVideoRawFormat* format, unsigned char* data, unsigned int length,
+                                ZynVideoSampleType type) override;
+    ZynResult StartRecord4T(IZynMediaRecord* record) override;
+    ZynResult StopRecord4T() override;
+    ZynResult StartRecordVideo4T(IZynMediaRecord* record, unsigned char vid, bool mixed) override;
+    ZynResult StopRecordVideo4T(unsigned char vid, bool mixed) override;
 
     // IGlobalConfigOwner
     void SetZynErrorMetrics(const char* tag, ZynResult code) override;
@@ -217,6 +289,14 @@ private:
 
     CCmMutexThread m_errorMutex;
     std::vector<std::string> m_notifiedErrors;  // guarded by m_errorMutex
+
+    // Network operations (MediaConnectionNetwork.cpp).
+
+    // Statistics, metrics documents and media logging (MediaConnectionStatistics.cpp).
+
+    // Stream operations: subscriptions, QoS, tracks, epochs, adhoc audio (MediaConnectionStreams.cpp).
+
+    // Recording, ring tone, on-prem sharing (MediaConnectionRecord.cpp).
 
     static CCmMutexThread m_mutexVecMediaConnection;
     static std::vector<CMediaConnection*> m_vecMediaConnection;  // guarded by the mutex above

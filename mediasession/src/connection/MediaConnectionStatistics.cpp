@@ -42,4 +42,80 @@ ZynResult CMediaConnection::GetScreenStatistics(unsigned long mid, _tagScreenCon
     return LineStatistics(*this, mid, IsShareLine, stats, m_sessionMetrics, "GetScrSta");
 }
 
+// Not yet built: each operation below answers that it is not implemented.
+ZynResult CMediaConnection::GetCPUStatistics(_tagZynCPUUsage&)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::GetMemoryStatistics(_tagZynMemoryUsage&)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::GetBatteryStatistics(bool&, int&)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::GetNetworkMetrics(_tagZynAggregateNetworkMetricStats&)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+const char* CMediaConnection::GetMediaSessionMetrics()
+{
+    return "{}";
+}
+
+const char* CMediaConnection::GetMediaSessionMetricsForSAP()
+{
+    return "{}";
+}
+
+const char* CMediaConnection::GetCallCancelMetrics()
+{
+    return "{}";
+}
+
+ZynResult CMediaConnection::GetSyncStatistics(unsigned int, _tagSyncStatistics&)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::SetGlobalNetworkNotificationParam(ZynNetworkStatus, _tagNetworkDirection, unsigned int)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+int CMediaConnection::GetNetworkIndex(_tagNetworkDirection)
+{
+    return 0;
+}
+
+ZynResult CMediaConnection::StartMediaLogging(long, int)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::StopMediaLogging()
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::SyncWithAudioTimestamp(unsigned int, unsigned int)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+ZynResult CMediaConnection::UpdateDownLinkIndicationInfo(_tagDownLinkIndicationInfo*, unsigned long)
+{
+    return ZYN_E_NOTIMPL;
+}
+
+const char* CMediaConnection::GetEventReport(ZynEventMetricsType)
+{
+    return "{}";
+}
+
 }  // namespace zyn
