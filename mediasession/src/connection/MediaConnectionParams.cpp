@@ -309,8 +309,23 @@ void ReadTrackKeys(json::Object& out, CMediaConnectionInfo& line, const CTrackKe
     }
 }
 
+// The codec by its name ("opus") or its ZynCodecType number.
+ZynCodecType AudioCodecOf(const json::Value& section)
+{
+    std::string name;
+    int64_t number = 0;
+    if (json::Get(section, "audioCodec", name)) return ConvCodecType(name.c_str());
+    if (json::Get(section, "audioCodec", number) && number > 0 && number < ZynCodecType_DTMF)
+        return static_cast<ZynCodecType>(number);
+    return ZynCodecType_Unknown;
+}
+
 void ApplyAudioExtra(CParamsApplier& a, CMediaConnectionInfo& line)
 {
+    if (a.Object().contains("audioCodec")) {
+        const ZynCodecType type = AudioCodecOf(a.Object());
+        a.Note(type == ZynCodecType_Unknown ? ZYN_E_INVALIDARG : line.SetCodec(type));
+    }
     ApplyTrackKeys(a, line, kAudioTrackSwitches, std::size(kAudioTrackSwitches), false);
     ApplyTrackKeys(a, line, kAudioTrackNumbers, std::size(kAudioTrackNumbers), true);
     std::string current;
@@ -388,8 +403,33 @@ constexpr CVideoNumberKey kVideoNumbers[] = {
     {"enableDataDump", &IBaseVideoConfig::SetDataDumpFlag, "VIDEO_data_dump_flag"},
 };
 
+// The encoder's limits as "maxEncCapability" names them; an absent field is no limit (0).
+struct CEncodeField {
+    const char* key;
+    uint32_t _tagVideoEncodeCapability::*field;
+};
+constexpr CEncodeField kEncodeFields[] = {{"uProfileLevelID", &_tagVideoEncodeCapability::uProfileLevelID},
+                                          {"uMaxMBPS", &_tagVideoEncodeCapability::uMaxMBPS},
+                                          {"uMaxFS", &_tagVideoEncodeCapability::uMaxFS},
+                                          {"uMaxFPS", &_tagVideoEncodeCapability::uMaxFPS},
+                                          {"uMaxBitRate", &_tagVideoEncodeCapability::uMaxBitRate},
+                                          {"uMaxNalUnitSize", &_tagVideoEncodeCapability::uMaxNalUnitSize}};
+
+ZynResult SetEncodeCapability(CMediaConnectionInfo& line, const json::Value& object)
+{
+    _tagVideoEncodeCapability capability{};
+    for (const CEncodeField& f : kEncodeFields)
+        if (object.contains(f.key) && !json::Get(object, f.key, capability.*f.field)) return ZYN_E_INVALIDARG;
+    return line.SetLocalEncodeCapability(capability);
+}
+
 void ApplyVideo(CParamsApplier& a, CMediaConnectionInfo& line, CBaseVideoConfig& video)
 {
+    if (a.Object().contains("maxEncCapability")) {
+        json::Object capability;
+        a.Note(json::Get(a.Object(), "maxEncCapability", capability) ? SetEncodeCapability(line, capability)
+                                                                     : ZYN_E_INVALIDARG);
+    }
     a.Key<bool>("enableDecoderMosaic", Bool([&](bool v) {
         return line.KeepLocalTrackOption(kVideoDecoderMosaicOption, v ? "1" : "0");
     }));
@@ -462,6 +502,12 @@ void ApplyScreen(CParamsApplier& a, CShareConfig& share)
 
 void ReadVideo(json::Object& section, CMediaConnectionInfo& line, CBaseVideoConfig& video)
 {
+    _tagVideoEncodeCapability capability{};
+    if (line.GetLocalEncodeCapability(capability) == ZYN_S_OK) {
+        json::Object out;
+        for (const CEncodeField& f : kEncodeFields) out[f.key] = capability.*f.field;
+        section["maxEncCapability"] = out;
+    }
     for (const CVideoSwitchKey& k : kVideoSwitches)
         if (video.GetTrackValue(k.option)) section[k.key] = video.IsTrackSwitchOn(k.option);
     for (const CVideoNumberKey& k : kVideoNumbers)
@@ -668,6 +714,8 @@ const char* CMediaConnection::GetParams(unsigned long mid)
             }
             if (line->GetLocalTrackOption(kAudioDumpPathOption, value) == ZYN_S_OK)
                 section["enableKeyDumpFilesPath"] = value;
+            if (line->GetSendCodec() != ZynCodecType_Unknown)
+                section["audioCodec"] = ConvCodecTypeToString(line->GetSendCodec());
             if (*c.GetSrtpCryptoSuite()) {
                 json::Array suites;
                 suites.push_back(c.GetSrtpCryptoSuite());

@@ -255,6 +255,15 @@ public:
     bool IsRtxSetup() const { return m_bRtxSetup; }
     bool IsHybridSetup() const { return m_bHybridSetup; }
     const std::vector<sdp::codec>& GetEncodeCodecs() const { return m_encodeCodecs; }
+    // Sends on a negotiated codec from now on (MediaConnectionInfoCodec.cpp). ZYN_E_WRONGSTATE
+    // before the negotiation, ZYN_E_NOTFOUND for a codec it did not agree.
+    ZynResult SetCodec(ZynCodecType type);
+    // The media codec sent on; ZynCodecType_Unknown before the negotiation.
+    ZynCodecType GetSendCodec() const { return m_sendCodec; }
+    // The encoder's limits, as one stream of the local track's subscription.
+    ZynResult SetLocalEncodeCapability(const _tagVideoEncodeCapability& capability);
+    // What the local engine track was last told; ZYN_E_NOTFOUND when nothing yet.
+    ZynResult GetLocalEncodeCapability(_tagVideoEncodeCapability& capability);
     const std::vector<sdp::codec>& GetDecodeCodecs() const { return m_decodeCodecs; }
     uint32_t GetSendBandwidth() const { return m_sendBandwidth; }
 
@@ -423,6 +432,7 @@ private:
     std::vector<sdp::crypto> m_cryptos;  // made once, offered on every description
     std::vector<sdp::crypto> m_negotiatedCryptos[2];  // [0] what we send with, [1] what we receive with
     std::vector<sdp::codec> m_encodeCodecs;
+    ZynCodecType m_sendCodec = ZynCodecType_Unknown;
     std::vector<sdp::codec> m_decodeCodecs;
     std::vector<sdp::ext_map> m_extMaps[2];  // [0] remote, [1] local
     sdp::optional_value<sdp::cmulti_caps> m_remoteMultiCaps;

@@ -212,8 +212,10 @@ void CMediaConnectionInfo::setupEncodeCodecs(const std::vector<sdp::codec>& code
         MS_INFO_TRACE("CMediaConnectionInfo::setupEncodeCodecs, payload=" << c.payload_type << ", codec=" << type
                       << ", result=" << r << LINE_TAIL);
         if (ZYN_SUCCEEDED(r) && type != ZynCodecType_DTMF && type != ZynCodecType_CN && type != ZynCodecType_FEC &&
-            type != ZynCodecType_RTX)
+            type != ZynCodecType_RTX) {
+            m_sendCodec = type;
             break;
+        }
     }
 }
 
