@@ -1,5 +1,7 @@
 #include "zyn/ZynTrack.h"
 
+#include "zyn/ZynCamera.h"
+
 #include "zyn/ZynSubscribe.h"
 
 #include <algorithm>
@@ -201,6 +203,34 @@ bool Track::SetShareOption(int32_t id, const void* value, uint32_t size, ZynResu
     default: break;
     }
     return true;
+}
+
+ZynResult Track::SetNamedOption(const char* name, const char* value)
+{
+    const ZynResult camera = CheckCameraControl(name, value);
+    if (camera == ZYN_S_FALSE) return m_options.SetNamed(name, value);
+    if (m_kind != ZynTrack_VideoLocal) return ZYN_E_NOTAVAILABLE;
+    return ZYN_SUCCEEDED(camera) ? m_options.SetNamed(name, value) : camera;
+}
+
+ZynResult Track::GetNamedOption(const char* name, char* value, uint32_t& size)
+{
+    std::string answer;
+    if (m_kind == ZynTrack_VideoLocal) {
+        char custom[64];
+        uint32_t customSize = sizeof custom;
+        const bool set = m_options.GetNamed("CAMERA_custom_exposure", custom, customSize) == ZYN_S_OK;
+        if (ReadCameraControl(name, set ? std::string(custom, customSize) : std::string(), answer)) {
+            if (!value || size <= answer.size()) {
+                size = static_cast<uint32_t>(answer.size());
+                return ZYN_E_INVALIDARG;
+            }
+            std::memcpy(value, answer.c_str(), answer.size() + 1);
+            size = static_cast<uint32_t>(answer.size());
+            return ZYN_S_OK;
+        }
+    }
+    return m_options.GetNamed(name, value, size);
 }
 
 ZynResult Track::SetOption(int32_t id, const void* value, uint32_t size)

@@ -59,11 +59,9 @@ public:
     bool IsStarted() override { return m_started.load(); }
     ZynResult SetOption(int32_t id, const void* value, uint32_t size) override;
     ZynResult GetOption(int32_t id, void* value, uint32_t& size) override { return m_options.Get(id, value, size); }
-    ZynResult SetNamedOption(const char* name, const char* value) override { return m_options.SetNamed(name, value); }
-    ZynResult GetNamedOption(const char* name, char* value, uint32_t& size) override
-    {
-        return m_options.GetNamed(name, value, size);
-    }
+    // A capture track's camera controls are checked against the camera first (ZynCamera.h).
+    ZynResult SetNamedOption(const char* name, const char* value) override;
+    ZynResult GetNamedOption(const char* name, char* value, uint32_t& size) override;
     ZynResult SetFileCapturer(IZynMediaFileCapturer* capturer) override;
     ZynResult AddExternalRenderer(IZynMediaFileRenderer* renderer) override;
     ZynResult RemoveExternalRenderer(IZynMediaFileRenderer* renderer) override;

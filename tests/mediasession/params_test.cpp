@@ -223,6 +223,51 @@ TEST_F(ParamsTest, EveryVideoAndScreenKeyIsAppliedAndReadBack)
     }
 }
 
+// The camera's controls land on the capture track, where the camera refuses what it cannot do;
+// its exposure ranges come back from the camera itself.
+TEST_F(ParamsTest, CameraKeysReachTheCameraWithinItsRanges)
+{
+    const struct {
+        const char* keys;
+        ZynResult result;
+        const char* option;
+        const char* engine;  // the camera's value afterwards
+    } rows[] = {
+        {R"("videoZoomFactor": 2.5)", ZYN_S_OK, "CAMERA_zoom_factor", "2.5"},
+        {R"("videoZoomFactor": 0.5)", ZYN_E_INVALIDARG, "CAMERA_zoom_factor", "2.5"},
+        {R"("cameraFocusAtPointX": 0.25, "cameraFocusAtPointY": 0.75)", ZYN_S_OK, "CAMERA_focus_point", "0.25,0.75"},
+        {R"("cameraFocusAtPointX": 0.5)", ZYN_S_OK, "CAMERA_focus_point", "0.25,0.75"},  // half a pair
+        {R"("cameraFocusAtPointX": 1.5, "cameraFocusAtPointY": 0.5)", ZYN_E_INVALIDARG, "CAMERA_focus_point",
+         "0.25,0.75"},
+        {R"("exposureState": -3)", ZYN_S_OK, "CAMERA_exposure_state", "-3"},
+        {R"("exposureState": 9)", ZYN_E_INVALIDARG, "CAMERA_exposure_state", "-3"},
+        {R"("flashMode": 2, "torchMode": "on")", ZYN_E_INVALIDARG, "CAMERA_flash_mode", "2"},
+        {R"("torchMode": 1)", ZYN_S_OK, "CAMERA_torch_mode", "1"},
+        {R"("exposureCustomeDuration": 10, "exposureCustomeISO": 800)", ZYN_S_OK, "CAMERA_custom_exposure", "10,800"},
+        {R"("exposureCustomeDuration": 10, "exposureCustomeISO": 6400)", ZYN_E_INVALIDARG, "CAMERA_custom_exposure",
+         "10,800"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.keys);
+        EXPECT_EQ(row.result, Set(kVideo, std::string(R"({"video": {)") + row.keys + "}}"));
+        EXPECT_EQ(row.engine, TrackOption(kVideo, row.option));
+    }
+    const json::Value out = Get(kVideo)["video"];
+    const struct {
+        const char* key;
+        double value;
+    } back[] = {{"videoZoomFactor", 2.5},   {"exposureState", -3},   {"flashMode", 2},
+                {"torchMode", 1},           {"exposureISO", 800},    {"exposureDuration", 10},
+                {"exposureMinISO", 50},     {"exposureMaxISO", 3200}, {"exposureMinState", -8},
+                {"exposureMaxState", 8},    {"exposureMinDuration", 0.1}, {"exposureMaxDuration", 250}};
+    for (const auto& b : back) EXPECT_NEAR(b.value, out.value(b.key, -1000.0), 1e-3) << b.key;
+    // A share line has no camera: the keys are not its own, and its track would refuse them.
+    EXPECT_EQ(ZYN_S_OK, Set(kShare, R"({"screen": {"videoZoomFactor": 2}})"));
+    EXPECT_EQ("(unset)", TrackOption(kShare, "CAMERA_zoom_factor"));
+    EXPECT_EQ(ZYN_E_NOTAVAILABLE,
+              Impl().FindConnection(kShare)->GetLocalEngineTrack()->SetNamedOption("CAMERA_zoom_factor", "2"));
+}
+
 TEST_F(ParamsTest, BadVideoValuesFailAloneAndGuardedOnesAreRefusedAfterTheOffer)
 {
     const std::string before = m_conn->GetParams(kVideo);

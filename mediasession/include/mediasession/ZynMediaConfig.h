@@ -371,11 +371,28 @@ protected:
     ~IBaseVideoConfig() override = default;
 };
 
+// What the line's camera allows for its exposure, and what it uses now.
+struct _tagCameraExposureInfo {
+    int32_t minState, maxState;            // exposure compensation steps
+    float isoNow, minIso, maxIso;          // the custom ISO once set, else the camera's own
+    float durationNowMs, minDurationMs, maxDurationMs;
+};
+
 class IVideoConfig : public virtual IBaseVideoConfig {
 public:
     // A camera never captures 4K: enabling it is refused with ZYN_E_NOTAVAILABLE.
     virtual ZynResult Enable4KVideo(bool enable) = 0;
     virtual ZynResult EnableAndroidCameraExternalRender(bool enable) = 0;
+    // The camera's controls. Each reaches the camera at once, or when the line's camera track is
+    // made; a value outside the camera's range is refused (ZYN_E_INVALIDARG) and changes nothing.
+    virtual ZynResult SetCameraZoomFactor(float factor) = 0;        // 1 and up
+    virtual ZynResult SetCameraFocusAtPoint(float x, float y) = 0;  // fractions of the picture
+    virtual ZynResult SetCameraExposureState(int state) = 0;
+    virtual ZynResult SetCameraFlashMode(int mode) = 0;  // 0 off, 1 on, 2 automatic
+    virtual ZynResult SetCameraTorchMode(int mode) = 0;  // the same
+    virtual ZynResult SetCameraCustomExposure(float durationMs, float iso) = 0;
+    // ZYN_E_NOTRACK while the line has no camera track.
+    virtual ZynResult GetCameraExposureInfo(_tagCameraExposureInfo& info) = 0;
 
 protected:
     ~IVideoConfig() override = default;

@@ -160,6 +160,13 @@ public:
     {
         return SetSwitch("EnableAndroidCameraExternalRender", "VIDEO_android_external_render", enable);
     }
+    ZynResult SetCameraZoomFactor(float factor) override;
+    ZynResult SetCameraFocusAtPoint(float x, float y) override;
+    ZynResult SetCameraExposureState(int state) override;
+    ZynResult SetCameraFlashMode(int mode) override;
+    ZynResult SetCameraTorchMode(int mode) override;
+    ZynResult SetCameraCustomExposure(float durationMs, float iso) override;
+    ZynResult GetCameraExposureInfo(_tagCameraExposureInfo& info) override;
 };
 
 class CShareConfig : public virtual CBaseVideoConfig, public virtual IShareConfig {

@@ -1,6 +1,9 @@
 // Settings of camera video and screen share lines. Caller's thread, like every configuration
 // setter; the engine track is reached through the owner line.
+#include <cstdlib>
 #include <cstring>
+#include <sstream>
+#include <utility>
 
 #include "config/ConfigTrace.h"
 #include "config/MediaConfigs.h"
@@ -287,6 +290,76 @@ ZynResult CVideoConfig::Enable4KVideo(bool enable)
         return ZYN_E_NOTAVAILABLE;
     }
     return SetSwitch("Enable4KVideo", "VIDEO_enable_4k", false);
+}
+
+}  // namespace zyn
+
+namespace zyn {
+
+namespace {
+
+std::string Pair(double a, double b)
+{
+    std::ostringstream os;
+    os << a << "," << b;
+    return os.str();
+}
+
+}  // namespace
+
+ZynResult CVideoConfig::SetCameraZoomFactor(float factor)
+{
+    std::ostringstream os;
+    os << factor;
+    return SetValue("SetCameraZoomFactor", "CAMERA_zoom_factor", os.str());
+}
+
+ZynResult CVideoConfig::SetCameraFocusAtPoint(float x, float y)
+{
+    return SetValue("SetCameraFocusAtPoint", "CAMERA_focus_point", Pair(x, y));
+}
+
+ZynResult CVideoConfig::SetCameraExposureState(int state)
+{
+    return SetNumber("SetCameraExposureState", "CAMERA_exposure_state", state);
+}
+
+ZynResult CVideoConfig::SetCameraFlashMode(int mode) { return SetNumber("SetCameraFlashMode", "CAMERA_flash_mode", mode); }
+
+ZynResult CVideoConfig::SetCameraTorchMode(int mode) { return SetNumber("SetCameraTorchMode", "CAMERA_torch_mode", mode); }
+
+ZynResult CVideoConfig::SetCameraCustomExposure(float durationMs, float iso)
+{
+    return SetValue("SetCameraCustomExposure", "CAMERA_custom_exposure", Pair(durationMs, iso));
+}
+
+ZynResult CVideoConfig::GetCameraExposureInfo(_tagCameraExposureInfo& info)
+{
+    if (!GetOwner()) return ZYN_E_NOTRACK;
+    const struct {
+        const char* option;
+        float _tagCameraExposureInfo::*field;
+    } fields[] = {{"CAMERA_exposure_iso", &_tagCameraExposureInfo::isoNow},
+                  {"CAMERA_exposure_min_iso", &_tagCameraExposureInfo::minIso},
+                  {"CAMERA_exposure_max_iso", &_tagCameraExposureInfo::maxIso},
+                  {"CAMERA_exposure_duration", &_tagCameraExposureInfo::durationNowMs},
+                  {"CAMERA_exposure_min_duration", &_tagCameraExposureInfo::minDurationMs},
+                  {"CAMERA_exposure_max_duration", &_tagCameraExposureInfo::maxDurationMs}};
+    _tagCameraExposureInfo read{};
+    std::string value;
+    for (const auto& f : fields) {
+        const ZynResult r = GetOwner()->GetLocalTrackOption(f.option, value);
+        if (r != ZYN_S_OK) return r;
+        read.*f.field = std::strtof(value.c_str(), nullptr);
+    }
+    for (auto [option, out] : {std::pair{"CAMERA_exposure_min_state", &read.minState},
+                               std::pair{"CAMERA_exposure_max_state", &read.maxState}}) {
+        const ZynResult r = GetOwner()->GetLocalTrackOption(option, value);
+        if (r != ZYN_S_OK) return r;
+        *out = static_cast<int32_t>(std::strtol(value.c_str(), nullptr, 10));
+    }
+    info = read;
+    return ZYN_S_OK;
 }
 
 }  // namespace zyn

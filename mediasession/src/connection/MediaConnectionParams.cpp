@@ -500,8 +500,59 @@ void ApplyScreen(CParamsApplier& a, CShareConfig& share)
     a.Key<bool>("sharingOverVideoPipeline", Bool([&](bool v) { return share.SharingOverVideoPipeline(v); }));
 }
 
+// The camera of a video line. Pairs act only together, like the other grouped keys.
+void ApplyCamera(CParamsApplier& a, CVideoConfig& camera)
+{
+    const json::Value& o = a.Object();
+    const auto number = [&](const char* key, double& out) { return json::Get(o, key, out); };
+    const auto pair = [&](const char* first, const char* second, const std::function<ZynResult(double, double)>& set) {
+        if (!o.contains(first) || !o.contains(second)) return;
+        double x = 0, y = 0;
+        a.Note(number(first, x) && number(second, y) ? set(x, y) : ZYN_E_INVALIDARG);
+    };
+    if (o.contains("videoZoomFactor")) {
+        double zoom = 0;
+        a.Note(number("videoZoomFactor", zoom) ? camera.SetCameraZoomFactor(static_cast<float>(zoom)) : ZYN_E_INVALIDARG);
+    }
+    pair("cameraFocusAtPointX", "cameraFocusAtPointY",
+         [&](double x, double y) { return camera.SetCameraFocusAtPoint(static_cast<float>(x), static_cast<float>(y)); });
+    a.Key<int64_t>("exposureState", Int([&](int64_t v) {
+        return InRange<int32_t>(v, INT32_MIN, INT32_MAX, [&](int32_t n) { return camera.SetCameraExposureState(n); });
+    }));
+    a.Key<int64_t>("flashMode", Int([&](int64_t v) {
+        return InRange<int32_t>(v, INT32_MIN, INT32_MAX, [&](int32_t n) { return camera.SetCameraFlashMode(n); });
+    }));
+    a.Key<int64_t>("torchMode", Int([&](int64_t v) {
+        return InRange<int32_t>(v, INT32_MIN, INT32_MAX, [&](int32_t n) { return camera.SetCameraTorchMode(n); });
+    }));
+    pair("exposureCustomeDuration", "exposureCustomeISO", [&](double duration, double iso) {
+        return camera.SetCameraCustomExposure(static_cast<float>(duration), static_cast<float>(iso));
+    });
+}
+
+void ReadCamera(json::Object& section, CMediaConnectionInfo& line)
+{
+    std::string value;
+    for (auto [key, option] : {std::pair{"videoZoomFactor", "CAMERA_zoom_factor"},
+                               std::pair{"exposureState", "CAMERA_exposure_state"},
+                               std::pair{"flashMode", "CAMERA_flash_mode"},
+                               std::pair{"torchMode", "CAMERA_torch_mode"}})
+        if (line.GetLocalTrackOption(option, value) == ZYN_S_OK) section[key] = std::strtod(value.c_str(), nullptr);
+    _tagCameraExposureInfo info{};
+    if (line.GetVideoConfig().GetCameraExposureInfo(info) != ZYN_S_OK) return;
+    section["exposureMaxState"] = info.maxState;
+    section["exposureMinState"] = info.minState;
+    section["exposureISO"] = info.isoNow;
+    section["exposureMaxISO"] = info.maxIso;
+    section["exposureMinISO"] = info.minIso;
+    section["exposureDuration"] = info.durationNowMs;
+    section["exposureMaxDuration"] = info.maxDurationMs;
+    section["exposureMinDuration"] = info.minDurationMs;
+}
+
 void ReadVideo(json::Object& section, CMediaConnectionInfo& line, CBaseVideoConfig& video)
 {
+    if (line.GetSessionType() == ZynSessionType_Video) ReadCamera(section, line);
     _tagVideoEncodeCapability capability{};
     if (line.GetLocalEncodeCapability(capability) == ZYN_S_OK) {
         json::Object out;
@@ -602,6 +653,7 @@ ZynResult CMediaConnection::SetParams(unsigned long mid, const char* params, uns
                 ApplyAudioExtra(a, *line);
             }
             if (CBaseVideoConfig* video = line->GetBaseVideoConfig()) ApplyVideo(a, *line, *video);
+            if (line->GetSessionType() == ZynSessionType_Video) ApplyCamera(a, line->GetVideoConfig());
             if (line->GetSessionType() == ZynSessionType_ScreenShare) ApplyScreen(a, line->GetShareConfig());
             if (ZYN_FAILED(a.Result())) result = a.Result();
         }
