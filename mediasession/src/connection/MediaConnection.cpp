@@ -162,6 +162,9 @@ void CMediaConnection::Stop()
     MS_INFO_TRACE("CMediaConnection::Stop" << CONN_TAIL);
     // Timers and other threads read the flag without a lock: a sequentially consistent store.
     m_mediaRunning.store(0, std::memory_order_seq_cst);
+    // Nothing is recorded once Stop returned: the taps leave their tracks before the lines go.
+    m_recorder.StopAll();
+    StopOnpremSharing();
 
     if (m_pNetworkIndicator) {
         m_pNetworkIndicator->Release();

@@ -15,6 +15,7 @@
 #include "common/ZynIdentity.h"
 #include "common/ZynUnknownImpl.h"
 #include "config/GlobalConfig.h"
+#include "connection/MediaRecorder.h"
 #include "mediasession/ZynGlobalServices.h"
 #include "mediasession/ZynMediaConnection.h"
 #include "metrics/SessionMetrics.h"
@@ -297,6 +298,9 @@ private:
     // Stream operations: subscriptions, QoS, tracks, epochs, adhoc audio (MediaConnectionStreams.cpp).
 
     // Recording, ring tone, on-prem sharing (MediaConnectionRecord.cpp).
+    // The remote tracks a recording starts from, each referenced.
+    void GatherRecordSources(CRecordSources& sources);
+    CMediaRecorder m_recorder;
 
     static CCmMutexThread m_mutexVecMediaConnection;
     static std::vector<CMediaConnection*> m_vecMediaConnection;  // guarded by the mutex above
