@@ -305,6 +305,12 @@ TEST_F(ConfigEffectTest, EveryVideoAndShareSettingReachesTheCaptureTrack)
                     R"(,"uProfileLevelID":4382751}})";
          },
          true},
+        {"MultiCamParam", kVideoMid,
+         video([](IVideoConfig& x, int v) {
+             const std::string text = R"({"cameras":)" + std::to_string(v) + "}";
+             return x.SetMultiCamParam(text.c_str(), static_cast<unsigned>(text.size()));
+         }),
+         "VIDEO_multicam_param", [](int v) { return R"({"cameras":)" + std::to_string(v) + "}"; }, false},
         {"HWAcceleration", kVideoMid,
          video([](IVideoConfig& x, int v) { return x.EnableHWAcceleration(v == 1, ZynHWAcceleration_Both); }),
          "VIDEO_hw_decoder", on, false},
@@ -490,6 +496,9 @@ TEST_F(ConfigEffectTest, BadVideoAndShareValuesAreRefused)
         {"negative capture mode", [&] { return s.SetScreenCaptureMode(-2); }, ZYN_E_INVALIDARG},
         {"content type 3", [&] { return s.SetShareContentType(static_cast<ZynShareContentType>(3)); }, ZYN_E_INVALIDARG},
         {"null on-prem token", [&] { return s.SetOnPremConfig("id", nullptr); }, ZYN_E_INVALIDARG},
+        {"multi-camera without a capturer", [&] { return v.EnableMCDevice(true, nullptr); }, ZYN_E_INVALIDARG},
+        {"multi-camera param not an object", [&] { return v.SetMultiCamParam("[1]", 3); }, ZYN_E_INVALIDARG},
+        {"multi-camera param missing", [&] { return v.SetMultiCamParam(nullptr, 3); }, ZYN_E_INVALIDARG},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -497,9 +506,21 @@ TEST_F(ConfigEffectTest, BadVideoAndShareValuesAreRefused)
     }
     EXPECT_TRUE(trace.Contains("CBaseVideoConfig::SetVideoRotate unsupported rotation = 45"));
     EXPECT_TRUE(trace.Contains("CVideoConfig::Enable4KVideo, Camera video DON'T support 4K"));
-    for (const char* option : {"VIDEO_rotation", "VIDEO_strategy_16", "VIDEO_packetization_mode", "VIDEO_enable_4k"})
+    for (const char* option : {"VIDEO_rotation", "VIDEO_strategy_16", "VIDEO_packetization_mode", "VIDEO_enable_4k",
+                               "VIDEO_mc_device", "VIDEO_multicam_param"})
         EXPECT_EQ("(unset)", c.TrackOption(kVideoMid, option)) << option;
     EXPECT_EQ("(unset)", c.TrackOption(kShareMid, "SHARE_max_capture_fps"));
+    // A multi-camera capturer must be a camera.
+    for (ZynDeviceKind kind : {ZynDevice_Microphone, ZynDevice_Camera}) {
+        IZynMediaDevice* devices[8] = {};
+        uint32_t count = 8;
+        ASSERT_EQ(ZYN_S_OK, c.impl->GetEngine()->GetDevices(kind, devices, count));
+        ASSERT_GT(count, 0u);
+        const bool camera = kind == ZynDevice_Camera;
+        EXPECT_EQ(camera ? ZYN_S_OK : ZYN_E_INVALIDARG, v.EnableMCDevice(true, devices[0])) << kind;
+        EXPECT_EQ(camera ? devices[0]->GetDeviceName() : "(unset)", c.TrackOption(kVideoMid, "VIDEO_mc_device"));
+        for (uint32_t i = 0; i < count && i < 8; ++i) devices[i]->Release();
+    }
     EXPECT_FALSE(trace.Contains("secret")) << "the on-prem token stays out of the trace";
     ASSERT_EQ(ZYN_S_OK, s.SetOnPremConfig("id", "secret"));
     EXPECT_EQ("secret", c.TrackOption(kShareMid, "SHARE_onprem_token"));
@@ -540,3 +561,26 @@ TEST_F(ConfigEffectTest, VideoSettingsShapeTheNextOffer)
 }
 
 }  // namespace
+
+// One call sets both directions: the offer carries the limits, and what the line sends keeps to them.
+TEST_F(ConfigEffectTest, CodecParamSetsBothDirections)
+{
+    RealConnection c;
+    IVideoConfig& v = c.Camera();
+    ZynVideoCodecParams back{};
+    EXPECT_EQ(ZYN_E_NOTFOUND, v.GetCodecParam(ZynCodecType_AVC, back));
+    ASSERT_EQ(ZYN_S_OK, v.SetCodecParam(ZynCodecType_AVC, ZynVideoCodecParams{0x42e01f, 40500, 1620, 0, 0, 0}));
+    for (const char* option : {"VIDEO_decode_capability", "VIDEO_encode_capability"})
+        EXPECT_NE(std::string::npos, c.TrackOption(kVideoMid, option).find("\"max-fs\":1620")) << option;
+    ASSERT_EQ(ZYN_S_OK, v.GetCodecParam(ZynCodecType_AVC, back));
+    EXPECT_EQ(40500u, back.uMaxMBPS);
+    ASSERT_EQ(ZYN_S_OK, v.SetPreferedCodec(ZynCodecType_AVC));
+    const sdp::session_group offer = c.Offer();
+    bool carried = false;
+    for (const sdp::codec& k : offer.sessions[1].rtp.get_data().codecs)
+        if (k.get_name() == "H264")
+            carried |= k.h264_param.get_data().as_parameter_string().find("max-fs=1620") != std::string::npos;
+    EXPECT_TRUE(carried);
+    EXPECT_EQ(ZYN_E_FAIL, v.SetCodecParam(ZynCodecType_AVC, ZynVideoCodecParams{0x42e01f, 1, 1, 0, 0, 0}));
+    EXPECT_EQ(ZYN_E_INVALIDARG, v.SetCodecParam(ZynCodecType_OPUS, {}));
+}

@@ -122,6 +122,7 @@ struct _tagCodecParam {
 };
 
 struct _tagVideoConfig;
+class IZynMediaDevice;
 
 enum ZynIceServerKind : int32_t {
     ZynIceServer_TURN = 0,
@@ -328,6 +329,11 @@ public:
     // ZYN_E_NOTFOUND when none were set for the codec.
     virtual ZynResult GetDecodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const = 0;
     virtual ZynResult GetEncodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const = 0;
+    // Both directions at once, when what the line receives and what it sends agree (guarded);
+    // GetCodecParam reads the receiving side, ZYN_E_NOTFOUND when none were set.
+    virtual ZynResult SetCodecParam(ZynCodecType codec, const ZynVideoCodecParams& params) = 0;
+    using IBaseConfig::GetCodecParam;
+    virtual ZynResult GetCodecParam(ZynCodecType codec, ZynVideoCodecParams& params) const = 0;
     virtual ZynResult EnableHWAcceleration(bool enable, ZynHWAccelerationConfig config) = 0;
     virtual bool IsHWAccelerationEnabled(ZynHWAccelerationConfig config) const = 0;
     // Refused (ZYN_E_FAIL) while the local track is started.
@@ -356,11 +362,16 @@ public:
     virtual ZynResult SetVideoMaxMBPS(unsigned int mbps) = 0;
     // ZYN_E_WRONGSTATE for a value that is not a ZynVideoRotation.
     virtual ZynResult SetVideoRotate(ZynVideoRotation rotation) = 0;
+    // A multi-camera capturer for the line's capture track (a device of the camera kind);
+    // ZYN_E_INVALIDARG to enable without one.
+    virtual ZynResult EnableMCDevice(bool enable, IZynMediaDevice* capturer) = 0;
     virtual bool IsAV1Enabled() const = 0;
     virtual bool IsAV1EnableSend() const = 0;
     virtual ZynResult SetAV1CodecParam(unsigned int level, unsigned int tier) = 0;
     virtual ZynResult SetMaxEncodeResolution(unsigned int width, unsigned int height) = 0;
     virtual ZynResult EnablePLIFIR(bool pli, bool fir) = 0;
+    // The multi-camera arrangement as a JSON object; ZYN_E_INVALIDARG for anything else.
+    virtual ZynResult SetMultiCamParam(const char* params, unsigned int length) = 0;
     // id below 16; ZYN_E_INVALIDARG above.
     virtual ZynResult SetVideoStrategy(unsigned int id, int value) = 0;
     // ZYN_E_WRONGSTATE when the line has no local track.

@@ -70,6 +70,9 @@ public:
     ZynResult SetEncodeParams(ZynCodecType codec, const ZynVideoCodecParams& params) override;
     ZynResult GetDecodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const override;
     ZynResult GetEncodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const override;
+    ZynResult SetCodecParam(ZynCodecType codec, const ZynVideoCodecParams& params) override;
+    using CBaseConfig::GetCodecParam;
+    ZynResult GetCodecParam(ZynCodecType codec, ZynVideoCodecParams& params) const override;
     ZynResult EnableHWAcceleration(bool enable, ZynHWAccelerationConfig config) override;
     bool IsHWAccelerationEnabled(ZynHWAccelerationConfig config) const override;
     ZynResult EnableAVCSimulcast(bool enable) override;
@@ -110,11 +113,13 @@ public:
     }
     ZynResult SetVideoMaxMBPS(unsigned int mbps) override { return SetNumber("SetVideoMaxMBPS", "VIDEO_max_mbps", mbps); }
     ZynResult SetVideoRotate(ZynVideoRotation rotation) override;
+    ZynResult EnableMCDevice(bool enable, IZynMediaDevice* capturer) override;
     bool IsAV1Enabled() const override;
     bool IsAV1EnableSend() const override;
     ZynResult SetAV1CodecParam(unsigned int level, unsigned int tier) override;
     ZynResult SetMaxEncodeResolution(unsigned int width, unsigned int height) override;
     ZynResult EnablePLIFIR(bool pli, bool fir) override;
+    ZynResult SetMultiCamParam(const char* params, unsigned int length) override;
     ZynResult SetVideoStrategy(unsigned int id, int value) override;
     ZynResult SetVideoProcessingStrategy(unsigned int id, int value) override;
     ZynResult SetMaxCaptureQuality(ZynVideoQualityType quality) override;

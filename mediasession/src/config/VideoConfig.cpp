@@ -7,6 +7,8 @@
 
 #include "config/ConfigTrace.h"
 #include "config/MediaConfigs.h"
+#include "mediasession/ZynMediaTrack.h"
+#include "util/CmJson.h"
 
 namespace zyn {
 
@@ -92,6 +94,32 @@ ZynResult CBaseVideoConfig::SetDecodeParams(ZynCodecType codec, const ZynVideoCo
 ZynResult CBaseVideoConfig::SetEncodeParams(ZynCodecType codec, const ZynVideoCodecParams& params)
 {
     return SetCodecParams(false, codec, params);
+}
+
+ZynResult CBaseVideoConfig::SetCodecParam(ZynCodecType codec, const ZynVideoCodecParams& params)
+{
+    const ZynResult result = SetCodecParams(true, codec, params);
+    return ZYN_SUCCEEDED(result) ? SetCodecParams(false, codec, params) : result;
+}
+
+ZynResult CBaseVideoConfig::GetCodecParam(ZynCodecType codec, ZynVideoCodecParams& params) const
+{
+    return GetDecodeParams(codec, params);
+}
+
+ZynResult CBaseVideoConfig::EnableMCDevice(bool enable, IZynMediaDevice* capturer)
+{
+    CFG_INFO_TRACE("EnableMCDevice, enable=" << enable << ",pMCCapturer=" << capturer);
+    if (enable && (!capturer || capturer->GetDeviceKind() != ZynDevice_Camera)) return ZYN_E_INVALIDARG;
+    return SetValue("EnableMCDevice", "VIDEO_mc_device", enable ? capturer->GetDeviceName() : "");
+}
+
+ZynResult CBaseVideoConfig::SetMultiCamParam(const char* params, unsigned int length)
+{
+    if (!params) return ZYN_E_INVALIDARG;
+    const std::string text(params, strnlen(params, length));
+    if (!json::Deserialize(text).is_object()) return ZYN_E_INVALIDARG;
+    return SetValue("SetMultiCamParam", "VIDEO_multicam_param", text);
 }
 
 ZynResult CBaseVideoConfig::GetDecodeParams(ZynCodecType codec, ZynVideoCodecParams& params) const
