@@ -399,6 +399,8 @@ ZynResult ZynUninit();
 int ZynInitCount();
 // reserved must be 0. The id names the engine instance (a call and its svs twin differ).
 ZynResult ZynCreateMediaEngineEx(IZynMediaEngineInternal** out, int reserved, uint32_t id, bool externalTransport);
+// A renderer for a window; it draws the frames a track hands it (ZynVideoRender.cpp).
+ZynResult ZynCreateVideoRender(void* window, IZynVideoRender** out);
 // The system's clocks as an engine of its own reads them.
 IZynClock* ZynSystemClock();
 // An engine without a media thread, for tests and benchmarks: its sessions read `clock`, which

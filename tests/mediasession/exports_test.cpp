@@ -28,7 +28,7 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
         "ZynSetTraceSink|ZynSetTraceLevel|StartStunTrace|SetStunTraceSink|StartTraceServer|StopTraceServer|"
         "SetTraceServerOption|SetTraceServerPortRange|SetTraceServerSink|IsLastTraceServerUsable|"
         "ReloadProxy|GetProxyConfigure|SetProxyUsernamePassword|AllowProxyGetSystemCredential|SetProxyConfigSink|"
-        "SetProxyCredentialSink|SetProxyConfigList|SetMediaCallInfo|SetAudioMode|GetCpuDescription|DoThreadHeartBeat|"
+        "SetProxyCredentialSink|SetProxyConfigList|SetMediaCallInfo|SetAudioMode|CreateVideoRender|GetCpuDescription|DoThreadHeartBeat|"
         "GetStaticPerformance|CheckHWAccelerationForVideoEncode|"
         "(Start|Stop)Proximity(RZSS|Both)?|GetExclusiveModeAPPName|ZynSetFIPSMode|SetProximityCallId|"
         "_Z17GetGpuDescriptionRSt6vectorI21_tagZynGpuDescriptionSaIS0_EE|"
@@ -46,7 +46,7 @@ TEST(ExportsTest, OnlyThePublicApiIsExported)
     for (const char* must : {"InitMediaEngine", "UninitMediaEngine", "CreateMediaConnection", "vorta_strcpy_s",
                              "safe_lib_set_constraint_handler", "mem_prim_move32", "StartStunTrace", "StartTraceServer",
                              "IsLastTraceServerUsable", "GetProxyConfigure", "SetMediaCallInfo", "DoThreadHeartBeat",
-                             "GetStaticPerformance", "CheckHWAccelerationForVideoEncode",
+                             "GetStaticPerformance", "CheckHWAccelerationForVideoEncode", "CreateVideoRender",
                              "SetProximityCallId", "_Z17GetGpuDescriptionRSt6vectorI21_tagZynGpuDescriptionSaIS0_EE"})
         EXPECT_EQ(1u, exported.count(must)) << must;
 }

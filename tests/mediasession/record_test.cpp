@@ -12,6 +12,7 @@
 #include <string>
 
 #include "call_harness.h"
+#include "mediasession/ZynGlobalServices.h"
 #include "zyn/ZynEngineApi.h"
 
 namespace {
@@ -198,6 +199,31 @@ TEST_F(AudioOnlyRecordTest, BadInputAndTheApplicationsOwnPictures)
     EXPECT_EQ(24, FileSize(path + ".video"));
     EXPECT_EQ(ZYN_S_OK, r->StopRecord());
     EXPECT_EQ(ZYN_E_WRONGSTATE, r->PutRawVideoSample(0, &picture, bytes, 12, ZynVideoSample_Raw));
+}
+
+}  // namespace
+
+namespace {
+
+// The engine's renderer for a window draws a remote video track's frames while attached.
+TEST_F(RecordTest, TheEnginesWindowRendererDrawsWhatTheTrackReceives)
+{
+    IZynVideoRender* render = nullptr;
+    int window = 0;
+    EXPECT_EQ(ZYN_E_POINTER, CreateVideoRender(&window, nullptr));
+    EXPECT_EQ(ZYN_E_INVALIDARG, CreateVideoRender(nullptr, &render));
+    EXPECT_EQ(nullptr, render);
+    ASSERT_EQ(ZYN_S_OK, CreateVideoRender(&window, &render));
+    EXPECT_EQ(&window, render->GetWindow());
+    IZynMediaTrackBase* remote = call.sink[0].Track(kVideo, ZynDirection_Recv);
+    ASSERT_NE(nullptr, remote);
+    ASSERT_EQ(ZYN_S_OK, remote->AddExternalRender(render));
+    const auto drawn = [&] { return static_cast<long>(render->GetDrawnFrames()); };
+    EXPECT_TRUE(Grows(kVideo, drawn));
+    EXPECT_GT(render->GetLastFrameLength(), 0u);
+    ASSERT_EQ(ZYN_S_OK, remote->RemoveExternalRender(render));
+    EXPECT_TRUE(Still(kVideo, drawn));
+    render->Release();
 }
 
 }  // namespace

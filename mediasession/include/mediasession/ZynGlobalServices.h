@@ -8,6 +8,8 @@
 
 #include "mediasession/ZynDefines.h"
 
+class IZynVideoRender;
+
 // Asked when a proxy wants credentials the library does not have.
 class IProxyCredentialSink {
 public:
@@ -72,6 +74,9 @@ ZYN_API ZynResult SetProxyConfigList(const char* proxies, unsigned int proxiesLe
 // argument or a record of another size.
 ZYN_API ZynResult SetMediaCallInfo(const char* callId, const _tagZynCallInfo* info);
 ZYN_API ZynResult SetAudioMode(int mode);
+// A renderer of the engine for the window (one reference for the caller). ZYN_E_INVALIDARG for no
+// window, ZYN_E_POINTER for no out.
+ZYN_API ZynResult CreateVideoRender(void* window, IZynVideoRender** out);
 
 ZYN_API ZynResult GetCpuDescription(_tagZynCpuDescription* description);
 

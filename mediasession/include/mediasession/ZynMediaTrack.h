@@ -102,6 +102,20 @@ protected:
     virtual ~IZynExternalRenderer() = default;
 };
 
+// A renderer the engine makes for a window (CreateVideoRender): hand it to a remote video track
+// with AddExternalRender and it draws what the track receives there. Counted: the track does not
+// hold it, so keep a reference until RemoveExternalRender returns.
+class IZynVideoRender : public IZynUnknown, public IZynExternalRenderer {
+public:
+    virtual void* GetWindow() = 0;
+    // Frames drawn so far, and the bytes of the last one (0 before one).
+    virtual uint64_t GetDrawnFrames() = 0;
+    virtual unsigned int GetLastFrameLength() = 0;
+
+protected:
+    ~IZynVideoRender() override = default;
+};
+
 // Sees each frame of a stream before it is rendered (on the engine's receive thread). Owned by
 // the application, like a renderer.
 class IZynMediaExternalProcessing {

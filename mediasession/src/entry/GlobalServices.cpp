@@ -12,6 +12,7 @@
 #include "mediasession/ZynGlobalServices.h"
 #include "perf/StaticPerformance.h"
 #include "tp/CmProxy.h"
+#include "zyn/ZynEngineApi.h"
 #include "tp/CmThreadManager.h"
 #include "util/CmSysInfo.h"
 #include "util/CmTrace.h"
@@ -164,6 +165,8 @@ ZYN_API ZynResult SetAudioMode(int mode)
     zyn::g_iAndroidAudioMode.store(mode);
     return ZYN_S_OK;
 }
+
+ZYN_API ZynResult CreateVideoRender(void* window, IZynVideoRender** out) { return ZynCreateVideoRender(window, out); }
 
 ZYN_API ZynResult GetCpuDescription(_tagZynCpuDescription* description)
 {
