@@ -263,8 +263,7 @@ public:
     virtual const char* GetEventReport(ZynEventMetricsType type) = 0;
     // Closes the line's listening sockets; ZYN_E_FAIL for an unknown mid.
     virtual ZynResult StopListening(unsigned long mid) = 0;
-    // Starts the checks of every line of a call whose remote candidates came from the line's remote
-    // ICE configuration (credentials and candidate lines). ZYN_E_WRONGSTATE when no line has both.
+    // Checks of a SIP call's lines: this library makes no SIP calls, so ZYN_E_NOTAVAILABLE.
     virtual ZynResult StartIceConnectivityCheckForSipCall() = 0;
     virtual ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length,
                                      bool flag, unsigned int value, unsigned short id) = 0;
