@@ -43,6 +43,7 @@ TEST_F(NetworkPeerTest, ConfiguredServersReachTheNextOffer)
         bool stun, turn, cancelTurn;
         ZynTURNTransportType transport;
         bool srflx, relay;
+        bool alternate = false;
     };
     const Row rows[] = {
         {"STUN only", true, false, false, ZynTURNTransport_UDP, true, false},
@@ -50,6 +51,8 @@ TEST_F(NetworkPeerTest, ConfiguredServersReachTheNextOffer)
         // The allocation's mapped address is a reflexive candidate too.
         {"TURN over TCP", false, true, false, ZynTURNTransport_TCP, true, true},
         {"TURN cancelled", true, true, true, ZynTURNTransport_UDP, true, false},
+        // Nobody answers on port 1: the relay comes from the alternate.
+        {"TURN through an alternate", false, true, false, ZynTURNTransport_UDP, true, true, true},
         {"nothing", false, false, false, ZynTURNTransport_UDP, false, false},
     };
     for (const Row& row : rows) {
@@ -60,8 +63,10 @@ TEST_F(NetworkPeerTest, ConfiguredServersReachTheNextOffer)
                 EXPECT_EQ(ZYN_S_OK, c.ConfigureSTUN(("stun:" + m_server).c_str(), nullptr, nullptr));
             }
             if (row.turn) {
-                EXPECT_EQ(ZYN_S_OK, c.ConfigureTURN(("turn:" + m_server).c_str(), m_credential.c_str(), row.transport,
-                                                    nullptr));
+                const std::string server = "turn:" + m_server;
+                const char* alternates[] = {server.c_str(), nullptr};
+                EXPECT_EQ(ZYN_S_OK, c.ConfigureTURN(row.alternate ? "127.0.0.1:1" : server.c_str(), m_credential.c_str(),
+                                                    row.transport, row.alternate ? alternates : nullptr));
             }
             if (row.cancelTurn) {
                 EXPECT_EQ(ZYN_S_OK, c.CancelConfigureTurn());
