@@ -340,7 +340,6 @@ public:
     ZynResult ConnectRemote(const CCmInetAddr& remote, unsigned int connectionType, bool rtcpMux);
     // The engine session sends through the application's transport (null: through the line again).
     ZynResult SetTransport(IZynMediaTransport* transport, bool transportChanged);
-    IZynMediaTransport* GetExternalTransport() const { return m_pExternalTransport.load(); }
     ZynResult OnSendReady();
     // Asks the configured servers again; done(success, text) runs on the main thread.
     ZynResult AllocateRelayedAndReflexive(std::function<void(bool, const std::string&)> done);
@@ -349,7 +348,6 @@ public:
     ZynResult ResetIce(bool keepListeners, bool force, bool keepListening);
 
 private:
-    std::atomic<IZynMediaTransport*> m_pExternalTransport{nullptr};  // the application's, not owned
     int32_t m_lowestSendPerformance = -1;  // main thread; -1 none yet
     // A question the connection answers; after Cleanup every feature reads as off.
     template <class Query>

@@ -4,8 +4,8 @@
 //
 // Threads: every operation here is called on the application's (main) thread; the connector's part
 // runs on the line's network thread, the callers waiting for it except in ConnectRemote and
-// AllocateRelayedAndReflexive, which post. m_pExternalTransport is written here and read by the
-// engine's send path through the session, which takes its own lock.
+// AllocateRelayedAndReflexive, which post. The application's transport is held by the engine
+// session alone, under the session's lock: the line keeps no copy that could outlive it.
 #include "connection/MediaConnection.h"
 #include "line/MediaConnectionInfo.h"
 #include "tp/CmThreadManager.h"
@@ -92,7 +92,6 @@ ZynResult CMediaConnectionInfo::SetTransport(IZynMediaTransport* transport, bool
     if (!m_pZynSession) return ZYN_E_FAIL;
     MS_INFO_TRACE("CMediaConnectionInfo::SetTransport, transport=" << static_cast<void*>(transport)
                   << ", transportChanged=" << transportChanged << LINE_TAIL);
-    m_pExternalTransport.store(transport);
     // Without one the session goes back to the line's own path (which may have none yet).
     m_pZynSession->SetTransport(transport ? transport : static_cast<IZynMediaTransport*>(this));
     if (transport) SessionConnected(transportChanged);
