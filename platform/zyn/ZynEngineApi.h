@@ -341,6 +341,9 @@ public:
     // media of the session goes out on the last send codec set; until one is, on the engine's own
     // payload type for the kind. A received payload type tells the clock its jitter is counted in.
     virtual ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate) = 0;
+    // The transport that refused a packet with 30000013 (would block) takes packets again. Until
+    // then the session makes no packet for it: real-time media is dropped, not queued.
+    virtual ZynResult OnSendReady() = 0;
 };
 
 class IZynNetworkIndicator : public IZynUnknown {

@@ -105,7 +105,21 @@ void MediaFlow::SetTransport(IZynMediaTransport* transport)
 {
     std::lock_guard<std::mutex> lock(m_sendMutex);
     m_transport = transport;
+    m_sendBlocked = false;
 }
+
+void MediaFlow::OnSendReady()
+{
+    std::lock_guard<std::mutex> lock(m_sendMutex);
+    m_sendBlocked = false;
+}
+
+namespace {
+
+// What a transport answers for a packet it cannot take now (the transport library's code).
+constexpr ZynResult kWouldBlock = 30000013;
+
+}  // namespace
 
 bool MediaFlow::SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length)
 {
@@ -180,7 +194,7 @@ void MediaFlow::SendFrame(IZynMediaFileCapturer* capturer, bool muted)
         std::lock_guard<std::mutex> lock(m_mutex);
         m_timestamp += static_cast<uint32_t>(uint64_t{m_sendClockRate} * m_profile.frameMs / 1000);
     }
-    if (!m_transport) return;
+    if (!m_transport || m_sendBlocked) return;
     uint8_t frame[kMaxFrame];
     uint32_t left = m_profile.bytesPerFrame;
     const uint8_t* bytes = nullptr;  // null: the synthetic pattern
@@ -228,10 +242,15 @@ void MediaFlow::SendFrame(IZynMediaFileCapturer* capturer, bool muted)
             if (m_sendSrtp.IsKeyed()) n = m_sendSrtp.ProtectRtp(packet, n, sizeof(packet));
         }
         if (n == 0) continue;
-        if (ZYN_SUCCEEDED(m_transport->SendRTPPacket(packet, static_cast<uint32_t>(n)))) {
+        const ZynResult sent = m_transport->SendRTPPacket(packet, static_cast<uint32_t>(n));
+        if (ZYN_SUCCEEDED(sent)) {
             std::lock_guard<std::mutex> lock(m_mutex);
             ++m_stats.packetsSent;
             m_stats.bytesSent += n;
+        } else if (sent == kWouldBlock) {
+            // The rest of the frame would only be refused too.
+            m_sendBlocked = true;
+            return;
         }
     }
 }
@@ -243,7 +262,7 @@ void MediaFlow::SendReport(uint64_t)
     size_t n = 0;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        if (!m_transport) return;
+        if (!m_transport || m_sendBlocked) return;
         zynrtp::Report r;
         r.ssrc = m_ssrc;
         const uint64_t nowNtp = m_clock->NowNtp();

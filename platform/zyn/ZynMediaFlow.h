@@ -53,7 +53,10 @@ public:
               std::string cname);
     ~MediaFlow() override;
 
+    // A new transport starts unblocked.
     void SetTransport(IZynMediaTransport* transport);
+    // The transport that refused a packet as would-block takes packets again.
+    void OnSendReady();
     // direction 2 receive, any other send. suite ZynSrtpSuite_NonSrtp drops the key of that direction.
     bool SetKey(int32_t direction, int32_t suite, const uint8_t* keySalt, size_t length);
     ZynResult SetCodecPt(int direction, uint8_t payloadType, int32_t codecType, uint32_t clockRate);
@@ -103,6 +106,7 @@ private:
     // the packet straight to another session, whose receive path takes that one's m_mutex.
     std::mutex m_sendMutex;
     IZynMediaTransport* m_transport = nullptr;  // guarded by m_sendMutex
+    bool m_sendBlocked = false;                 // guarded by m_sendMutex
 
     std::mutex m_mutex;  // everything below up to the tick state
     zynrtp::SrtpContext m_sendSrtp;

@@ -153,6 +153,12 @@ ZynResult Session::SetTransport(IZynMediaTransport* transport)
     return ZYN_S_OK;
 }
 
+ZynResult Session::OnSendReady()
+{
+    m_flow->OnSendReady();
+    return ZYN_S_OK;
+}
+
 IZynMediaTransport* Session::GetTransport()
 {
     std::lock_guard<std::mutex> lock(m_mutex);

@@ -24,6 +24,7 @@ public:
     ZynResult RemoveTrack(IZynMediaTrack* track) override;
     uint32_t GetTrackCount() override;
     ZynResult SetTransport(IZynMediaTransport* transport) override;
+    ZynResult OnSendReady() override;
     IZynMediaTransport* GetTransport() override;
     ZynResult StopSession(int32_t* out) override;
     ZynResult GetCSI(uint32_t label, uint32_t& csi) override;

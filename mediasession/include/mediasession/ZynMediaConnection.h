@@ -214,9 +214,18 @@ public:
     virtual IZynRecorder* GetRecordService() = 0;
     virtual ZynResult StartOnpremSharing(const char* info) = 0;
     virtual ZynResult StopOnpremSharing() = 0;
-    virtual ZynResult SetLocalPort(unsigned long mid, const char* ip, unsigned short port, bool flag,
-                                   unsigned int* out) = 0;
-    virtual ZynResult ConnectRemote(unsigned long mid, bool flag) = 0;
+    // Binds a line without negotiation: listens on localIp (null or empty: the machine's address)
+    // and port (0: a free one of the line's range), RTP and RTCP on one port with rtcpMux, makes the
+    // remote tracks, and writes the port taken to boundPort when given. ZYN_E_FAIL for an unknown
+    // mid, ZYN_E_INVALIDARG for an address that is no numeric IP or a port that leaves no room for
+    // RTCP, ZYN_E_GATHERFAILED when the port cannot be bound.
+    virtual ZynResult SetLocalPort(unsigned long mid, const char* localIp, unsigned short port, bool rtcpMux,
+                                   unsigned int* boundPort) = 0;
+    // Sends and receives from the line's send destination (its configuration's SetSendDestination)
+    // without ICE; statuses reach OnSessionStatus. ZYN_E_FAIL for an unknown mid, ZYN_E_WRONGSTATE
+    // for a line with no port or no destination.
+    virtual ZynResult ConnectRemote(unsigned long mid, bool rtcpMux) = 0;
+    // Drops the line's path and keeps its port; ZYN_E_FAIL for an unknown mid.
     virtual ZynResult DisconnectRemote(unsigned long mid) = 0;
     virtual ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short duration,
                                          unsigned char volume, int flag) = 0;
@@ -226,18 +235,35 @@ public:
     // Bytes to the far end of an application line, as one datagram (or one record on a stream).
     // ZYN_E_FAIL for a mid without a connected application line, ZYN_E_INVALIDARG for no bytes.
     virtual ZynResult SendApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) = 0;
+    // The TURN servers of the next gathering: server is "[turn:]host[:port]" (port 3478 when
+    // absent), credential "user:password", alternates a null-ended list of more servers with the
+    // same credential, or null. Replaces the TURN servers given before. ZYN_E_INVALIDARG for a
+    // text that does not parse (nothing is changed then), ZYN_E_FAIL after the call started.
     virtual ZynResult ConfigureTURN(const char* server, const char* credential, ZynTURNTransportType transport,
-                                    const char** out) = 0;
+                                    const char** alternates) = 0;
+    // Forgets the TURN servers; ZYN_S_FALSE when there were none.
     virtual ZynResult CancelConfigureTurn() = 0;
-    virtual ZynResult ConfigureSTUN(const char* server, const char* credential, const char** out) = 0;
+    // As ConfigureTURN for STUN servers ("[stun:]host[:port]"); the credential may be null.
+    virtual ZynResult ConfigureSTUN(const char* server, const char* credential, const char** alternates) = 0;
     virtual ZynResult CancelConfigureStun() = 0;
+    // Not available in this library: ZYN_E_NOTAVAILABLE (ZYN_E_INVALIDARG for a null address).
     virtual ZynResult CheckIceServerConnectiveWithLocalIp(const char* localIp) = 0;
+    // Asks every configured server again for the line's reflexive and relayed addresses; the answer
+    // reaches OnAllocateTurnRelayedAndReflexiveAddressComplete on the main thread. ZYN_E_FAIL for an
+    // unknown mid, ZYN_E_WRONGSTATE before the line listens, ZYN_S_FALSE with no server configured.
     virtual ZynResult allocateTurnRelayedAndReflexiveAddress(unsigned long mid) = 0;
-    virtual ZynResult resetIceForBwcCalling(unsigned long mid, bool flag1, bool flag2) = 0;
+    // Starts the line's ICE over: gathers again with the same credentials and drops the checks; with
+    // keepListening the sockets stay. Nothing when no check ran and both flags are false.
+    // ZYN_E_FAIL for an unknown mid.
+    virtual ZynResult resetIceForBwcCalling(unsigned long mid, bool force, bool keepListening) = 0;
+    // The same, keeping the listening sockets and dropping the checks' contexts; ZYN_E_FAIL for an
+    // unknown mid.
     virtual ZynResult resetIceForZarnCalling(unsigned long mid) = 0;
     virtual ZynResult UpdateDownLinkIndicationInfo(_tagDownLinkIndicationInfo* info, unsigned long mid) = 0;
     virtual const char* GetEventReport(ZynEventMetricsType type) = 0;
+    // Closes the line's listening sockets; ZYN_E_FAIL for an unknown mid.
     virtual ZynResult StopListening(unsigned long mid) = 0;
+    // Checks of a SIP call's lines: this library makes no SIP calls, so ZYN_E_NOTAVAILABLE.
     virtual ZynResult StartIceConnectivityCheckForSipCall() = 0;
     virtual ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length,
                                      bool flag, unsigned int value, unsigned short id) = 0;
@@ -247,7 +273,11 @@ public:
     virtual ZynResult SubscribeAudioSI(unsigned long mid, unsigned int csi, ZynSubscribePolicy policy) = 0;
     virtual ZynResult UnsubscribeAudioSI(unsigned long mid, unsigned int csi) = 0;
     virtual ZynResult SetNegotiatedRemoteDirection(unsigned long mid, ZynDirection direction) = 0;
-    virtual ZynResult SetTransport(unsigned long mid, IZynMediaTransport* transport, bool flag) = 0;
+    // The application carries the line's packets: the engine sends through transport (kept, not
+    // owned, until replaced, detached with null, or Stop), and the line counts as connected
+    // (transportChanged: reported as a change of path). ZYN_E_FAIL for an unknown mid or a line
+    // without an engine session.
+    virtual ZynResult SetTransport(unsigned long mid, IZynMediaTransport* transport, bool transportChanged) = 0;
     virtual ZynResult SetMediaContentCipher(unsigned long mid, IZynMediaTrackBase* track,
                                             IZynMediaContentCipher* cipher) = 0;
     virtual ZynResult TurnOnRTPHeaderExtensions(unsigned long mid, ZynRTPHeaderExtType* types,
@@ -271,6 +301,8 @@ public:
     // The capture source identifier that the line's stream with this label announces.
     // ZYN_E_POINTER for a mid without a line or a line without an engine session yet.
     virtual ZynResult UpdateCSI(unsigned long mid, unsigned int label, unsigned int csi) = 0;
+    // An application transport that refused a packet (30000013, would block) takes packets again;
+    // the engine sends nothing to it in between. ZYN_E_FAIL for an unknown mid.
     virtual ZynResult OnSendReady(unsigned long mid) = 0;
 
 protected:

@@ -4,7 +4,15 @@
 
 #include "mediasession/ZynDefines.h"
 
-enum ZynTURNTransportType : int32_t;
+// How a line reaches a TURN server.
+enum ZynTURNTransportType : int32_t {
+    ZynTURNTransport_UDP = 0,
+    ZynTURNTransport_TCP = 1,
+};
+
+// What a transport answers for a packet it cannot take now: the engine sends it nothing more until
+// OnSendReady of the connection.
+constexpr ZynResult ZynTransport_WouldBlock = 30000013;
 
 // What a session sends through: the media line implements it, and so does an application that
 // carries a line's packets on a transport of its own (SetTransport).

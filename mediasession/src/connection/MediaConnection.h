@@ -291,7 +291,20 @@ private:
     CCmMutexThread m_errorMutex;
     std::vector<std::string> m_notifiedErrors;  // guarded by m_errorMutex
 
-    // Network operations (MediaConnectionNetwork.cpp).
+    // Network operations (MediaConnectionNetwork.cpp, MediaConnectionIceServers.cpp).
+public:
+    // The lowest and the highest port of the lines' ranges; 0 without lines.
+    uint16_t GetPortMin();
+    uint16_t GetPortMax();
+    // Parses the server texts whole, then replaces the servers of the kind (turn: TURN, else STUN).
+    ZynResult _configureICE(const char* server, const char* credential, ZynTURNTransportType transport,
+                            const char** alternates, bool turn);
+
+private:
+    void GetPortRange(uint16_t& lowest, uint16_t& highest);
+    ZynResult CancelConfigure(ZynIceServerKind kind);
+    std::vector<tagICEServer> ServersOtherThan(ZynIceServerKind kind) const;
+    ZynResult ReplaceServers(const std::vector<tagICEServer>& servers);
 
     // Statistics, metrics documents and media logging (MediaConnectionStatistics.cpp).
 

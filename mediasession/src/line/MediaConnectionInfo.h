@@ -329,6 +329,24 @@ public:
         return m_lowestSendPerformance;
     }
 
+    // Paths made without a negotiation (MediaConnectionInfoDirect.cpp); main thread.
+    // The configured range of the line, or the range of its kind.
+    void GetLocalPortRange(uint16_t& minPort, uint16_t& maxPort);
+    // Listens on the address and port (0: one of the line's range; otherwise the port, and the next
+    // one for RTCP without mux), then makes the remote tracks. boundPort: the port taken.
+    ZynResult SetLocalPort(const CCmInetAddr& address, uint16_t port, bool rtcpMux, uint16_t& boundPort);
+    // Connects without ICE to the address (port 0: the one connected before); the result comes as
+    // a session status.
+    ZynResult ConnectRemote(const CCmInetAddr& remote, unsigned int connectionType, bool rtcpMux);
+    // The engine session sends through the application's transport (null: through the line again).
+    ZynResult SetTransport(IZynMediaTransport* transport, bool transportChanged);
+    ZynResult OnSendReady();
+    // Asks the configured servers again; done(success, text) runs on the main thread.
+    ZynResult AllocateRelayedAndReflexive(std::function<void(bool, const std::string&)> done);
+    // Starts ICE over on the network thread, waiting: keepListeners keeps the sockets and drops the
+    // checks' contexts; otherwise force and keepListening go to the connector's reset.
+    ZynResult ResetIce(bool keepListeners, bool force, bool keepListening);
+
 private:
     int32_t m_lowestSendPerformance = -1;  // main thread; -1 none yet
     // A question the connection answers; after Cleanup every feature reads as off.

@@ -230,7 +230,7 @@ void CMediaConnectionInfo::OnSend(ICmTransport* transport, CCmTransportParameter
 {
     for (int i = 0; i < 2; ++i) {
         if (m_pTransports[i].load() != transport) continue;
-        if (!(m_transportFlags[i] & 2u)) Send_i(nullptr, i);
+        if (!(m_transportFlags[i] & 2u) && Send_i(nullptr, i) == CM_OK && m_pZynSession) m_pZynSession->OnSendReady();
     }
 }
 
