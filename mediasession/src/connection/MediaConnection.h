@@ -326,8 +326,6 @@ private:
     bool m_wifiTraced = false;      // statistics thread only
     std::atomic<bool> m_bLogging{false};
     bool m_perfsStatsStopped = true;
-    // Above this the machine counts as overloaded in the statistic lines.
-    static constexpr float kHighCpuPercent = 95.0f;
     // Texts handed out by the metrics operations; each valid until the same operation runs again.
     std::string m_metricsText, m_sapMetricsText, m_cancelMetricsText, m_eventReportText;
 

@@ -200,13 +200,15 @@ void CMediaConnection::OnStatisticTick()
     }
     CmBatteryStatus battery;
     const bool haveBattery = get_battery_status(battery) == CM_OK;
+    // The engine reports no frame rates, and the machine no temperature or fan speed: their places
+    // stay, at 0, where log readers look for them.
     char text[512];
     std::snprintf(text, sizeof text,
-                  "SQBattery----isCharging:%d, batteryLevel:%d; SQCpu----SQCpu:%.1f, iTotalCpu:%.1f%s; "
+                  "SQBattery----isCharging:%d, batteryLevel:%d; SQCpu----SQCpu:%.1f, iTotalCpu:%.1f; "
                   "SQFPS----LocalFps:%d, RemoteFps:%d, CpuTemperature:%d, FanSpeed:%d cid__%u",
                   haveBattery && battery.charging ? 1 : 0, haveBattery ? static_cast<int>(battery.levelPercent) : -1,
-                  static_cast<double>(cpu.fProcessUsage), static_cast<double>(cpu.fTotalUsage),
-                  cpu.fTotalUsage > kHighCpuPercent ? " (high)" : "", 0, 0, 0, 0, m_callId);
+                  static_cast<double>(cpu.fProcessUsage), static_cast<double>(cpu.fTotalUsage), 0, 0, 0, 0,
+                  m_callId);
     CM_TRACE_MODULE(CM_TRACE_LEVEL_INFO, "SQ", text);
 }
 
