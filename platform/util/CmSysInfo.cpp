@@ -288,3 +288,23 @@ CmResult CCmCpuUsageSampler::Sample(uint32_t& systemPercent, uint32_t& processPe
     m_lastProcess = process;
     return CM_OK;
 }
+
+CmResult get_battery_status(CmBatteryStatus& status, const char* root)
+{
+    std::error_code ec;
+    std::vector<std::filesystem::path> supplies;
+    for (const auto& entry : std::filesystem::directory_iterator(root, ec)) supplies.push_back(entry.path());
+    if (ec) return CM_ERROR_NOT_FOUND;
+    // Directory order is the file system's; sorting keeps "the first battery" the same each time.
+    std::sort(supplies.begin(), supplies.end());
+    for (const auto& supply : supplies) {
+        if (FirstLine(supply / "type") != "Battery") continue;
+        uint64_t capacity = 0;
+        if (!ParseU64(FirstLine(supply / "capacity"), capacity)) continue;
+        const std::string state = FirstLine(supply / "status");
+        status.levelPercent = static_cast<uint32_t>(std::min<uint64_t>(capacity, 100));
+        status.charging = state == "Charging" || state == "Full";
+        return CM_OK;
+    }
+    return CM_ERROR_NOT_FOUND;
+}

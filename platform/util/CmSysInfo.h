@@ -42,6 +42,15 @@ CmResult get_system_cpu_times(CmCpuTimes& times);
 // utime + stime of this process from /proc/self/stat.
 CmResult get_process_cpu_times(uint64_t& ticks);
 
+// The first battery under `root` (a power_supply class directory): its charge in percent and
+// whether it is charging (its status "Charging" or "Full": a full battery sits on mains).
+// CM_ERROR_NOT_FOUND when no supply there is a battery that reports its capacity.
+struct CmBatteryStatus {
+    bool charging = false;
+    uint32_t levelPercent = 0;
+};
+CmResult get_battery_status(CmBatteryStatus& status, const char* root = "/sys/class/power_supply");
+
 // Usage in percent of the whole machine (all cores together make 100) over the interval since the
 // previous Sample(). The first Sample() only takes the starting point and reports 0.
 class CCmCpuUsageSampler {

@@ -177,13 +177,24 @@ public:
     virtual ZynResult GetAudioStatistics(unsigned long mid, _tagAudioConnectionStatistics& stats) = 0;
     virtual ZynResult GetVideoStatistics(unsigned long mid, _tagVideoConnectionStatistics& stats) = 0;
     virtual ZynResult GetScreenStatistics(unsigned long mid, _tagScreenConnectionStatistics& stats) = 0;
+    // The machine's and this process's CPU load since the previous reading. ZYN_E_FAIL when the
+    // system's counters cannot be read.
     virtual ZynResult GetCPUStatistics(_tagZynCPUUsage& usage) = 0;
+    // The machine's and this process's memory. ZYN_E_FAIL when the system's figures cannot be read.
     virtual ZynResult GetMemoryStatistics(_tagZynMemoryUsage& usage) = 0;
+    // The first battery's charge (0 to 100) and whether it charges. ZYN_E_NOTFOUND on a machine
+    // without a battery, outputs untouched.
     virtual ZynResult GetBatteryStatistics(bool& charging, int& level) = 0;
+    // What all lines carried together. Always ZYN_S_OK; no line counted once the call stopped.
     virtual ZynResult GetNetworkMetrics(_tagZynAggregateNetworkMetricStats& stats) = 0;
+    // The session metrics as one JSON object; valid until the next call of the same operation.
     virtual const char* GetMediaSessionMetrics() = 0;
+    // The same figures as a JSON array of one message per figure.
     virtual const char* GetMediaSessionMetricsForSAP() = 0;
+    // The reduced JSON object of a call cancelled before it ran.
     virtual const char* GetCallCancelMetrics() = 0;
+    // Lip sync of the remote video with that CSI. ZYN_E_NOTFOUND for a CSI no remote video
+    // carries, ZYN_E_NOTAVAILABLE for one it does (the engine keeps no lip-sync figures).
     virtual ZynResult GetSyncStatistics(unsigned int csi, _tagSyncStatistics& stats) = 0;
     virtual ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid,
                                 unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi,
@@ -193,8 +204,13 @@ public:
                                 int& vid, unsigned char priority, unsigned char grouping, bool duplicate,
                                 unsigned int csi, bool flag1, bool flag2) = 0;
     virtual ZynResult Unsubscribe(unsigned long mid, unsigned char vid) = 0;
+    // How long a link state must last before OnNetworkStatus tells it. ZYN_E_INVALIDARG for an
+    // unknown status or direction, ZYN_E_WRONGSTATE after Stop, ZYN_E_NOTAVAILABLE otherwise: no
+    // link watch is built yet.
     virtual ZynResult SetGlobalNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction,
-                                                        unsigned int value) = 0;
+                                                        unsigned int waitMs) = 0;
+    // The engine's network index of the direction, 1 (worst) to 100; the lower of the two for
+    // both; 0 (unknown) for another direction or after Stop.
     virtual int GetNetworkIndex(_tagNetworkDirection direction) = 0;
     // Settings as one JSON object: connection-wide keys at the top, the line's under "audio",
     // "video", "screen" or "audio-slide". Absent keys change nothing; a key that fails (wrong type,
@@ -204,9 +220,14 @@ public:
     virtual ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) = 0;
     // The same shape, read back; valid until the next call. "{}" for a mid without a line.
     virtual const char* GetParams(unsigned long mid) = 0;
+    // Samples the call every second and writes statistic lines every `interval` ms (at least 1000,
+    // else ZYN_E_INVALIDARG). ZYN_E_WRONGSTATE after Stop.
     virtual ZynResult StartMediaLogging(long interval, int logType) = 0;
+    // Ends the sampling and the lines; always ZYN_S_OK.
     virtual ZynResult StopMediaLogging() = 0;
-    virtual ZynResult SyncWithAudioTimestamp(unsigned int first, unsigned int second) = 0;
+    // The playout time of an audio RTP time stamp, for video to follow. ZYN_E_WRONGSTATE after
+    // Stop, ZYN_E_NOTAVAILABLE otherwise (the engine's video follows no outside audio clock).
+    virtual ZynResult SyncWithAudioTimestamp(unsigned int rtpTimestamp, unsigned int playoutMs) = 0;
     virtual ZynResult PauseQoS(unsigned long mid) = 0;
     virtual ZynResult ResumeQoS(unsigned long mid) = 0;
     virtual ZynResult AddObservedCSI(unsigned int csi, const char* uniqueId, unsigned long mid,
@@ -259,7 +280,12 @@ public:
     // The same, keeping the listening sockets and dropping the checks' contexts; ZYN_E_FAIL for an
     // unknown mid.
     virtual ZynResult resetIceForZarnCalling(unsigned long mid) = 0;
+    // Sizes of a received video stream, to colour its quality. ZYN_E_NOTIMPL for a null record,
+    // ZYN_E_INVALIDARG for a mid without a video line, ZYN_E_NOTAVAILABLE otherwise (no quality
+    // indicator is built yet).
     virtual ZynResult UpdateDownLinkIndicationInfo(_tagDownLinkIndicationInfo* info, unsigned long mid) = 0;
+    // The MQE interval report as JSON (it starts the next interval); "{}" for ICE, whose records
+    // are not kept yet; null for an unknown type. Valid until the next call.
     virtual const char* GetEventReport(ZynEventMetricsType type) = 0;
     // Closes the line's listening sockets; ZYN_E_FAIL for an unknown mid.
     virtual ZynResult StopListening(unsigned long mid) = 0;

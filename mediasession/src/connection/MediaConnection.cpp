@@ -43,6 +43,10 @@ CMediaConnection::~CMediaConnection()
         auto it = std::find(m_vecMediaConnection.begin(), m_vecMediaConnection.end(), this);
         if (it != m_vecMediaConnection.end()) m_vecMediaConnection.erase(it);
     }
+    // A connection released without Stop must not leave its timers on the statistics thread, and
+    // no tick may walk the lines deleted below.
+    if (m_bLogging.load()) StopMediaLogging();
+    ReleaseStatisticThread();
     // The clean-up event normally cleared these on the main thread; when it never ran (the engine
     // went down first) they go here instead, so nothing outlives the connection.
     ClearConnections();
@@ -165,6 +169,7 @@ void CMediaConnection::Stop()
     // Nothing is recorded once Stop returned: the taps leave their tracks before the lines go.
     m_recorder.StopAll();
     StopOnpremSharing();
+    CloseMediaLogging();
 
     if (m_pNetworkIndicator) {
         m_pNetworkIndicator->Release();
@@ -194,6 +199,7 @@ void CMediaConnection::Stop()
             return CM_OK;
         }));
     }
+    ReleaseStatisticThread();
     if (m_bLowTickStarted) {
         stopLowTick();
         m_bLowTickStarted = false;
@@ -215,12 +221,13 @@ void CMediaConnection::StopConnections()
 void CMediaConnection::ClearConnections()
 {
     std::vector<CMediaConnectionInfo*> lines;
-    lines.swap(m_connections);
+    {
+        std::lock_guard<std::mutex> lock(m_linesMutex);
+        lines.swap(m_connections);
+    }
     for (CMediaConnectionInfo* line : lines) delete line;
     m_iceLineCount = 0;
 }
-
-void CMediaConnection::OnTimer(CCmTimerWrapperID*) {}
 
 void CMediaConnection::AddMediaConnection(CMediaConnection* connection)
 {

@@ -27,6 +27,7 @@
 
 class IZynMediaEngineInternal;
 class IZynNetworkIndicator;
+class ACmThread;
 
 namespace zyn {
 
@@ -85,13 +86,13 @@ public:
     ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool flag1, bool flag2) override;
     ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, unsigned short width, unsigned short height, unsigned int fps, unsigned int bitrate, unsigned int mbps, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool flag1, bool flag2) override;
     ZynResult Unsubscribe(unsigned long mid, unsigned char vid) override;
-    ZynResult SetGlobalNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction, unsigned int value) override;
+    ZynResult SetGlobalNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction, unsigned int waitMs) override;
     int GetNetworkIndex(_tagNetworkDirection direction) override;
     ZynResult SetParams(unsigned long mid, const char* params, unsigned int length) override;
     const char* GetParams(unsigned long mid) override;
     ZynResult StartMediaLogging(long interval, int logType) override;
     ZynResult StopMediaLogging() override;
-    ZynResult SyncWithAudioTimestamp(unsigned int first, unsigned int second) override;
+    ZynResult SyncWithAudioTimestamp(unsigned int rtpTimestamp, unsigned int playoutMs) override;
     ZynResult PauseQoS(unsigned long mid) override;
     ZynResult ResumeQoS(unsigned long mid) override;
     ZynResult AddObservedCSI(unsigned int csi, const char* uniqueId, unsigned long mid, ZynSessionType type) override;
@@ -306,7 +307,40 @@ private:
     std::vector<tagICEServer> ServersOtherThan(ZynIceServerKind kind) const;
     ZynResult ReplaceServers(const std::vector<tagICEServer>& servers);
 
-    // Statistics, metrics documents and media logging (MediaConnectionStatistics.cpp).
+    // Statistics, metrics documents and media logging (MediaConnectionStatistics.cpp,
+    // MediaConnectionLogging.cpp). The tick runs on the "low-pri-stat" thread.
+    friend struct CMediaConnectionStatsProbe;  // tests tick the statistic timer themselves
+    ZynResult ReadCpuUsage(_tagZynCPUUsage& usage);
+    ZynResult ReadMemoryUsage(_tagZynMemoryUsage& usage);
+    // The lines as they stand, for the tick on its own thread.
+    std::vector<CMediaConnectionInfo*> SnapshotLines();
+    void OnStatisticTick();
+    void OnMinuteTick();
+    void DumpLineStatistics(CMediaConnectionInfo* line, const _tagMediaPathStatistics& path);
+    void SendMediaQualityIntervalEvent();
+    void ReleaseStatisticThread();
+    // Stop's part: logging ends and cannot start again, so no tick outlives the lines.
+    void CloseMediaLogging();
+    std::atomic<bool> m_bLoggingClosed{false};
+    std::mutex m_cpuMutex;
+    bool m_cpuSampled = false;     // guarded by m_cpuMutex, as the two baselines
+    uint64_t m_lastCpuTotal = 0, m_lastCpuIdle = 0, m_lastProcessTicks = 0;
+    // Guards the shape of m_connections against the tick's copy (lines are deleted only once
+    // logging has stopped).
+    std::mutex m_linesMutex;
+    CCmTimerWrapperID m_statTimer;    // on m_statThread
+    CCmTimerWrapperID m_minuteTimer;  // on m_statThread
+    ACmThread* m_statThread = nullptr;  // one use of the singleton, released by Stop
+    uint32_t m_tickPeriodMs = 1000;
+    std::atomic<uint32_t> m_statsInterval{1000};  // ms between statistic lines
+    std::atomic<int32_t> m_logType{-1};
+    uint32_t m_tickCount = 0;       // statistics thread only
+    uint32_t m_mqeTickCount = 0;    // statistics thread only
+    bool m_wifiTraced = false;      // statistics thread only
+    std::atomic<bool> m_bLogging{false};
+    bool m_perfsStatsStopped = true;
+    // Texts handed out by the metrics operations; each valid until the same operation runs again.
+    std::string m_metricsText, m_sapMetricsText, m_cancelMetricsText, m_eventReportText;
 
     // Stream operations: subscriptions, QoS, tracks, epochs, adhoc audio (MediaConnectionStreams.cpp).
 

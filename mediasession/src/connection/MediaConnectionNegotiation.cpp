@@ -19,7 +19,10 @@ CMediaConnectionInfo* CMediaConnection::AddConnection(ZynSessionType type, unsig
         delete line;
         return nullptr;
     }
-    m_connections.push_back(line);
+    {
+        std::lock_guard<std::mutex> lock(m_linesMutex);
+        m_connections.push_back(line);
+    }
     return line;
 }
 
