@@ -21,6 +21,8 @@
 #include "metrics/SessionMetrics.h"
 #include "sdp/offer_answer.h"
 #include "sdp/session_group.h"
+#include "track/MediaAdhocAudio.h"
+#include "zyn/ZynSubscribe.h"
 #include "tp/CmInetAddr.h"
 #include "tp/CmMutex.h"
 #include "tp/CmTimerWrapperID.h"
@@ -296,6 +298,18 @@ private:
     // Statistics, metrics documents and media logging (MediaConnectionStatistics.cpp).
 
     // Stream operations: subscriptions, QoS, tracks, epochs, adhoc audio (MediaConnectionStreams.cpp).
+public:
+    // The adhoc audio path (tests read its engine session).
+    CMediaAdhocAudio& GetAdhocAudio() { return m_adhocAudio; }
+
+private:
+    // Both Subscribe forms once the limits are known: the line, its request and its layer.
+    ZynResult SubscribeLine(unsigned long mid, ZynSubscribePolicy policy, const _tagVideoEncodeCapability& layer,
+                            int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi,
+                            bool avatar);
+    // The line of an epoch operation, or null after the miss line of `operation`.
+    CMediaConnectionInfo* FindEpochLine(const char* operation, unsigned long mid);
+    CMediaAdhocAudio m_adhocAudio{m_callId};
 
     // Recording, ring tone, on-prem sharing (MediaConnectionRecord.cpp).
     // The remote tracks a recording starts from, each referenced.
