@@ -49,10 +49,15 @@ ZynResult MediaFlow::SendTelephoneEvent(uint8_t event, uint16_t durationMs, uint
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_sendEventPayloadType < 0) return ZYN_E_WRONGSTATE;
         h.payloadType = static_cast<uint8_t>(m_sendEventPayloadType);
-        h.timestamp = m_timestamp;
         h.ssrc = m_ssrc;
         // The duration field is 16 bits of the event clock; a longer event is cut at its limit.
         duration = std::min<uint32_t>(uint32_t{durationMs} * m_sendEventClockRate / 1000, 0xFFFF);
+        // The timestamp names the event (RFC 4733 2.3.3): one sent before the last one ended
+        // starts where it ends, so that the receiver tells the two apart.
+        const bool overlaps = m_eventSent && static_cast<int32_t>(m_nextEventTimestamp - m_timestamp) > 0;
+        h.timestamp = overlaps ? m_nextEventTimestamp : m_timestamp;
+        m_nextEventTimestamp = h.timestamp + duration;
+        m_eventSent = true;
     }
     for (int i = 0; i < 1 + kEndRepeats; ++i) {
         uint8_t packet[kEventPacket];

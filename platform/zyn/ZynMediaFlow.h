@@ -128,6 +128,8 @@ private:
     ReceiveCodec m_receiveCodecs[kMaxReceiveCodecs] = {};
     int16_t m_sendEventPayloadType = -1;     // telephone events: -1 until agreed
     uint32_t m_sendEventClockRate = 8000;
+    bool m_eventSent = false;
+    uint32_t m_nextEventTimestamp = 0;  // where the last event sent ends
     int16_t m_receiveEventPayloadType = -1;
     bool m_eventEnded = false;       // an end packet arrived for m_lastEventTimestamp
     uint32_t m_lastEventTimestamp = 0;

@@ -66,7 +66,7 @@ ZynResult CMediaConnection::SubscribeLine(unsigned long mid, ZynSubscribePolicy 
 {
     CMediaConnectionInfo* line = FindConnection(mid);
     if (!IsVideoLine(line)) {
-        MS_WARNING_TRACE("CMediaConnectionInfo::BuildVideoSCR, don't support audio, mid=" << mid << CONN_TAIL);
+        MS_WARNING_TRACE("CMediaConnection::Subscribe, no video or share line, mid=" << mid << CONN_TAIL);
         return Kick("Subscribe", ZYN_E_FAIL);
     }
     ZynSimulcastRequest request{};
