@@ -195,9 +195,11 @@ public:
     virtual ZynResult GetSyncStatistics(unsigned int csi, _tagSyncStatistics& stats) = 0;
     // Asks the far end for one more stream of a video or share line, at a quality, into the next
     // remote stream without a subscription; vid receives its slot. csi names the source for the
-    // receiver-selected and source-indexed policies. ZYN_E_FAIL for a mid without a video or share
-    // line, ZYN_E_INVALIDARG for a quality above 1080p, ZYN_E_WRONGSTATE before the negotiation
-    // made the remote streams, ZYN_E_NOTFOUND when every one is subscribed.
+    // receiver-selected and source-indexed policies; avatar accepts a sender's avatar in place of its
+    // video; mainVideo is reserved. ZYN_E_FAIL for a mid without a video or share
+    // line, ZYN_E_INVALIDARG for a quality above 1080p (sharing takes 4K as 1080p),
+    // ZYN_E_WRONGSTATE before the negotiation made the remote streams, ZYN_E_NOTFOUND when every
+    // one is subscribed.
     virtual ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid,
                                 unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi,
                                 bool avatar, bool mainVideo) = 0;
@@ -229,9 +231,8 @@ public:
     virtual ZynResult PauseQoS(unsigned long mid) = 0;
     virtual ZynResult ResumeQoS(unsigned long mid) = 0;
     // A source the signalling names (uniqueId, e.g. a participant); when a source of that name and
-    // type comes with a new CSI, subscriptions that selected the old one follow it. ZYN_S_FALSE
-    // when a line of this call had drawn the same scene and took a new CSI. ZYN_E_WRONGSTATE for a
-    // mid without a line or a null uniqueId.
+    // type comes with a new CSI, subscriptions of the call that selected the old one follow it.
+    // ZYN_E_WRONGSTATE for a mid without a line or a null uniqueId.
     virtual ZynResult AddObservedCSI(unsigned int csi, const char* uniqueId, unsigned long mid,
                                      ZynSessionType type) = 0;
     virtual IZynRecorder* GetRecordService() = 0;
@@ -284,8 +285,9 @@ public:
     // a direction above send-and-receive.
     virtual ZynResult SetNegotiatedRemoteDirection(unsigned long mid, ZynDirection direction) = 0;
     virtual ZynResult SetTransport(unsigned long mid, IZynMediaTransport* transport, bool flag) = 0;
-    // The cipher a track's frames pass through (null removes it); a null track: every track of
-    // the line. ZYN_E_FAIL for a mid without a line, ZYN_E_NOTFOUND for a track of another line.
+    // The cipher a track's frames pass through; a null track: every track of the line. ZYN_E_FAIL
+    // for a mid without a line, ZYN_E_INVALIDARG for a null cipher, ZYN_E_NOTFOUND for a track of
+    // another line.
     virtual ZynResult SetMediaContentCipher(unsigned long mid, IZynMediaTrackBase* track,
                                             IZynMediaContentCipher* cipher) = 0;
     // The line offers these extensions from its next description on, each with an id of its own.
