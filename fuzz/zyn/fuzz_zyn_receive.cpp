@@ -3,13 +3,15 @@
 //   bit 1: the session is SRTP-keyed, and the rest is protected with the sender's key first, so
 //          the fuzzed bytes are what the receiver decrypts and reads (when SRTP refuses to protect
 //          them, they go in as they are and must be refused).
-// RTCP is also read packet by packet with the codec alone: every report that reads is written back
-// and read again, and must come back the same.
+// RTCP is also read packet by packet with the codec alone: every report and picture loss
+// indication that reads is written back and read again, and must come back the same. Both
+// sessions take payload type 101 as telephone events, so that RTP reaches the event reader too.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "zyn/ZynBytes.h"
 #include "zyn/ZynEngineApi.h"
 #include "zyn/ZynRtcp.h"
 #include "zyn/ZynSrtp.h"
@@ -39,6 +41,7 @@ struct World {
         engine->CreateMediaSession(ZynSessionType_Video, &keyed);
         ZynSrtpCryptoRecord r{2, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey), 3, 3, 0, 0, 0, 0, 0};
         keyed->SetOption(ZynSessionOption_SrtpCrypto, &r, sizeof(r));
+        for (IZynMediaSession* s : {clear, keyed}) s->SetCodecPt(2, 101, ZynCodecType_DTMF, 8000);
         sender.SetKey(zynrtp::SrtpContext::Direction::Send, ZynSrtpSuite_AesCm128HmacSha1_80, kKey, sizeof(kKey));
     }
     Clock clock;
@@ -66,6 +69,13 @@ void RoundTripReports(const uint8_t* data, size_t size)
                 Fail("report changed");
             for (uint8_t i = 0; i < first.blockCount; ++i)
                 if (!(first.blocks[i] == second.blocks[i])) Fail("block changed");
+        }
+        if (zynrtp::IsPictureLoss(p)) {
+            uint8_t out[12];
+            const uint32_t sender = zynrtp::Read32(p.data + 4), media = zynrtp::Read32(p.data + 8);
+            if (zynrtp::WritePictureLoss(sender, media, out, sizeof(out)) != sizeof(out) ||
+                std::memcmp(out + 4, p.data + 4, 8) != 0 || out[1] != p.data[1])
+                Fail("a picture loss indication does not write back");
         }
         if (auto cname = zynrtp::ReadSdesCname(p)) {
             const auto* c = reinterpret_cast<const uint8_t*>(cname->second.data());

@@ -296,6 +296,8 @@ struct ZynFlowStatistics {
     double rttMs;              // from the last report block about us; 0 until one came
     double receiveKbps;        // over the last second or so
     uint64_t srtpFailures;     // packets refused by SRTP (tampered, replayed, wrong key)
+    uint64_t telephoneEventsReceived;  // named events whose end arrived, each counted once
+    uint64_t pictureLossReceived;      // picture loss indications from the far end
 };
 
 // One RTP stream of a session. A received stream holds what this end measured of it, which is also
@@ -329,6 +331,15 @@ public:
     virtual ZynResult GetCSI(uint32_t label, uint32_t& csi) = 0;
     virtual ZynResult UpdateCSI(uint32_t label, uint32_t csi) = 0;
     virtual ZynResult Failover() = 0;
+    // A named telephone event (RFC 4733: 0-9, *, #, A-D are 0 to 15) on the agreed telephone-event
+    // payload type: a first packet with the marker bit, then the end packet three times.
+    // volume 0 to 63 (-dBm0). ZYN_E_WRONGSTATE before the negotiation agreed telephone events or
+    // without a transport, ZYN_E_INVALIDARG for a volume above 63 or no duration.
+    virtual ZynResult SendTelephoneEvent(uint8_t event, uint16_t durationMs, uint8_t volume) = 0;
+    // An RTCP picture loss indication (RFC 4585 6.3.1) about the stream the session last received:
+    // the far end's running local video and share tracks each make a key frame.
+    // ZYN_E_WRONGSTATE without a transport.
+    virtual ZynResult SendPictureLoss() = 0;
     // Packets from the network (RTP, RTCP), SRTP-protected when keyed.
     virtual ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) = 0;
     virtual ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) = 0;
@@ -420,3 +431,24 @@ bool ZynDeviceSupportCVOSend();
 bool ZynDeviceSupportCVORecv();
 // Engine objects alive now (engines, sessions, tracks, indicators): a leak check for tests.
 int ZynLiveObjectCount();
+
+// Session option 2: the QoS state of one direction (8 bytes). The engine's rate control adapts
+// the direction while it runs and holds the rate still while it is paused.
+constexpr int32_t ZynSessionOption_QosState = 2;
+struct ZynQosStateRecord {
+    int32_t direction;  // 1 send, 2 receive
+    int32_t running;    // 1 adapts, 0 paused
+};
+static_assert(sizeof(ZynQosStateRecord) == 8, "session option 2 is an 8-byte record");
+
+// Session option 2000: the mode of an adhoc audio session (16 bytes), written 1 (prepare) and then
+// 2 (play) once its track is in.
+constexpr int32_t ZynSessionOption_AdhocMode = 2000;
+struct ZynAdhocModeRecord {
+    uint32_t mode;
+    uint32_t reserved[3];
+};
+static_assert(sizeof(ZynAdhocModeRecord) == 16, "session option 2000 is a 16-byte record");
+
+// Session option 2012: the label of the remote stream that the session plays in front (4 bytes).
+constexpr int32_t ZynSessionOption_ActiveRemoteLabel = 2012;

@@ -54,6 +54,12 @@ ZynResult MediaFlow::ReceiveRtp(const uint8_t* data, uint32_t length)
     ++m_stats.packetsReceived;
     m_stats.bytesReceived += length;
     CountReceiveRate(now);
+    m_lastRemoteSsrc = h->ssrc;
+    if (h->payloadType == m_receiveEventPayloadType) {
+        // Events are signalling, not media: the renderer never sees them.
+        OnTelephoneEvent(*h, packet + h->headerLength, static_cast<uint32_t>(length - h->headerLength));
+        return ZYN_S_OK;
+    }
     if (m_render && length > h->headerLength) m_render(packet + h->headerLength, static_cast<uint32_t>(length - h->headerLength));
     return ZYN_S_OK;
 }
@@ -61,7 +67,19 @@ ZynResult MediaFlow::ReceiveRtp(const uint8_t* data, uint32_t length)
 ZynResult MediaFlow::ReceiveRtcp(const uint8_t* data, uint32_t length)
 {
     if (!data || length < 8 || length > kMaxReceive) return ZYN_E_INVALIDARG;
-    std::lock_guard<std::mutex> lock(m_mutex);
+    uint32_t losses = 0;
+    ZynResult result = ZYN_S_OK;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        result = ReadRtcp(data, length, losses);
+    }
+    // Outside the lock: the handler makes key frames, and a key frame may be sent at once.
+    if (losses && m_onPictureLoss) m_onPictureLoss();
+    return result;
+}
+
+ZynResult MediaFlow::ReadRtcp(const uint8_t* data, uint32_t length, uint32_t& losses)
+{
     const uint8_t* packet = Open(data, length, true);
     if (!packet) return ZYN_E_FAIL;
     const uint64_t arrival = m_clock->NowNtp();
@@ -74,6 +92,9 @@ ZynResult MediaFlow::ReceiveRtcp(const uint8_t* data, uint32_t length)
             for (uint8_t i = 0; i < report.blockCount; ++i) m_streams.OnBlockAboutUs(report.blocks[i], arrival);
         } else if (auto cname = zynrtp::ReadSdesCname(p)) {
             m_streams.OnCname(cname->first, cname->second);
+        } else if (zynrtp::IsPictureLoss(p)) {
+            ++losses;
+            ++m_stats.pictureLossReceived;
         }
     }
     return compound.Malformed() ? ZYN_E_INVALIDARG : ZYN_S_OK;

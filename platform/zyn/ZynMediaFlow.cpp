@@ -145,9 +145,13 @@ ZynResult MediaFlow::SetCodecPt(int direction, uint8_t payloadType, int32_t code
             m_sendPayloadType = payloadType;
             m_sendClockRate = clockRate;
             m_sendCodecType = codecType;
+        } else if (codecType == ZynCodecType_DTMF) {
+            m_sendEventPayloadType = payloadType;
+            m_sendEventClockRate = clockRate;
         }
         return ZYN_S_OK;
     }
+    if (codecType == ZynCodecType_DTMF) m_receiveEventPayloadType = payloadType;
     for (size_t i = 0; i < m_receiveCodecCount; ++i) {
         if (m_receiveCodecs[i].payloadType == payloadType) {
             m_receiveCodecs[i].clockRate = clockRate;

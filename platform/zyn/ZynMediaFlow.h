@@ -67,6 +67,12 @@ public:
     ZynResult ReceiveRtp(const uint8_t* data, uint32_t length);
     ZynResult ReceiveRtcp(const uint8_t* data, uint32_t length);
 
+    // Telephone events and picture loss (ZynFlowEvents.cpp), any thread.
+    ZynResult SendTelephoneEvent(uint8_t event, uint16_t durationMs, uint8_t volume);
+    ZynResult SendPictureLoss();
+    // Called after a received RTCP packet carried picture loss indications, outside the flow's locks.
+    void SetPictureLossHandler(std::function<void()> handler) { m_onPictureLoss = std::move(handler); }
+
     ZynFlowStatistics GetStatistics();
     ZynResult GetStreamStatistics(ZynStreamStatistics* streams, uint32_t& count);
 
@@ -83,6 +89,12 @@ private:
     // SRTP refused it (counted).
     const uint8_t* Open(const uint8_t* data, uint32_t& length, bool rtcp);
     void CountReceiveRate(uint64_t nowMs);
+    // Under m_mutex: one compound packet; losses counts its picture loss indications.
+    ZynResult ReadRtcp(const uint8_t* data, uint32_t length, uint32_t& losses);
+    // Under m_mutex: a received packet on the telephone-event payload type; counts each event once.
+    void OnTelephoneEvent(const zynrtp::RtpHeader& header, const uint8_t* payload, uint32_t length);
+    // Under m_sendMutex: an RTP or RTCP packet of this flow, protected when keyed, to the transport.
+    void SendOwnPacket(uint8_t* packet, size_t length, bool rtcp);
 
     // Received payload types whose clock is known.
     static constexpr size_t kMaxReceiveCodecs = 16;
@@ -118,6 +130,15 @@ private:
     uint32_t m_sendClockRate;
     int32_t m_sendCodecType = 0;
     ReceiveCodec m_receiveCodecs[kMaxReceiveCodecs] = {};
+    int16_t m_sendEventPayloadType = -1;     // telephone events: -1 until agreed
+    uint32_t m_sendEventClockRate = 8000;
+    bool m_eventSent = false;
+    uint32_t m_nextEventTimestamp = 0;  // where the last event sent ends
+    int16_t m_receiveEventPayloadType = -1;
+    bool m_eventEnded = false;       // an end packet arrived for m_lastEventTimestamp
+    uint32_t m_lastEventTimestamp = 0;
+    uint32_t m_lastRemoteSsrc = 0;   // the stream a picture loss indication is about
+    std::function<void()> m_onPictureLoss;  // set before packets flow
     size_t m_receiveCodecCount = 0;
     zynrtp::StreamTable m_streams;
     ZynFlowStatistics m_stats{};

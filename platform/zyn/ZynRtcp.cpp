@@ -171,4 +171,19 @@ std::optional<double> RoundTripMs(const ReportBlock& block, uint64_t arrivalNtp)
     return rtt * 1000.0 / 65536.0;
 }
 
+size_t WritePictureLoss(uint32_t senderSsrc, uint32_t mediaSsrc, uint8_t* out, size_t capacity)
+{
+    constexpr size_t kSize = 12;  // header, sender SSRC, media source SSRC; no feedback information
+    if (!out || capacity < kSize) return 0;
+    WriteHeader(out, kFeedbackPictureLoss, kRtcpPayloadFeedback, kSize);
+    Write32(out + 4, senderSsrc);
+    Write32(out + 8, mediaSsrc);
+    return kSize;
+}
+
+bool IsPictureLoss(const RtcpPacket& packet)
+{
+    return packet.type == kRtcpPayloadFeedback && packet.count == kFeedbackPictureLoss && packet.length >= 12;
+}
+
 }  // namespace zynrtp

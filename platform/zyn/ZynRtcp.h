@@ -45,6 +45,10 @@ struct Report {
 // Each writer returns the bytes written, or 0 when they do not fit (or the input cannot be sent:
 // more than 31 blocks, a CNAME over 255 bytes).
 size_t WriteReport(const Report& report, uint8_t* out, size_t capacity);
+// RFC 4585 6.3.1: payload-specific feedback (206) of format 1, about the media source `mediaSsrc`.
+constexpr uint8_t kRtcpPayloadFeedback = 206;
+constexpr uint8_t kFeedbackPictureLoss = 1;
+size_t WritePictureLoss(uint32_t senderSsrc, uint32_t mediaSsrc, uint8_t* out, size_t capacity);
 size_t WriteSdesCname(uint32_t ssrc, std::string_view cname, uint8_t* out, size_t capacity);
 
 // One packet inside a compound packet; data includes the four-byte header.
@@ -75,6 +79,8 @@ bool ReadReport(const RtcpPacket& packet, Report& out);
 // The CNAME of the first chunk that has one; nullopt when none is there or a chunk runs past the
 // packet. The view points into the packet.
 std::optional<std::pair<uint32_t, std::string_view>> ReadSdesCname(const RtcpPacket& packet);
+// A picture loss indication with its two SSRCs present.
+bool IsPictureLoss(const RtcpPacket& packet);
 
 // Round trip from a report block received at arrivalNtp (32.32), in milliseconds (RFC 3550 6.4.1:
 // A - LSR - DLSR); nullopt when the block carries no last-SR time.

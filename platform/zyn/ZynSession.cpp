@@ -1,5 +1,6 @@
 #include "zyn/ZynSession.h"
 
+#include "zyn/ZynSubscribe.h"
 #include "zyn/ZynTrack.h"
 
 #include <openssl/crypto.h>
@@ -16,6 +17,26 @@ Session::Session(ZynSessionType type, IZynClock* clock, std::shared_ptr<ACmThrea
     m_flow = std::make_unique<MediaFlow>(
         type, clock, std::move(mediaThread), [this] { return GetSendSource(); },
         [this](const uint8_t* data, uint32_t length) { RenderPayload(data, length); }, std::move(cname));
+    m_flow->SetPictureLossHandler([this] { OnPictureLoss(); });
+}
+
+void Session::OnPictureLoss()
+{
+    std::vector<IZynMediaTrack*> local;  // one reference each
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (IZynMediaTrack* t : m_tracks) {
+            if (!static_cast<Track*>(t)->IsLocal()) continue;
+            t->AddRef();
+            local.push_back(t);
+        }
+    }
+    const ZynKeyFrameRequest request{};
+    for (IZynMediaTrack* t : local) {
+        // Audio tracks and stopped tracks refuse: only a running encoder has a picture to renew.
+        t->SendCommand(ZynTrackCommand_KeyFrameRequest, &request, sizeof request);
+        t->Release();
+    }
 }
 
 Session::~Session()

@@ -30,6 +30,11 @@ public:
     ZynResult GetCSI(uint32_t label, uint32_t& csi) override;
     ZynResult UpdateCSI(uint32_t label, uint32_t csi) override;
     ZynResult Failover() override;
+    ZynResult SendTelephoneEvent(uint8_t event, uint16_t durationMs, uint8_t volume) override
+    {
+        return m_flow->SendTelephoneEvent(event, durationMs, volume);
+    }
+    ZynResult SendPictureLoss() override { return m_flow->SendPictureLoss(); }
     ZynResult ReceiveRTPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult ReceiveRTCPPacket(const uint8_t* data, uint32_t length) override;
     ZynResult GetFlowStatistics(ZynFlowStatistics& stats) override;
@@ -62,6 +67,8 @@ private:
     OptionStore m_options;
     SendSource GetSendSource();
     void RenderPayload(const uint8_t* data, uint32_t length);
+    // The far end lost a picture: each running local video or share track makes a key frame.
+    void OnPictureLoss();
     const std::shared_ptr<VolumeState> m_capture;
     ZynResult SetSrtpCrypto(const void* value, uint32_t size);
 

@@ -87,6 +87,9 @@ static_assert(sizeof(_tagVideoSubscribeMultiStream) == 328, "the subscribe recor
 constexpr int32_t ZynTrackOption_SubscribeMultiStream = 19;
 // Session option 20: what the encoder may spend, per stream.
 constexpr int32_t ZynSessionOption_StreamBandwidth = 20;
+// Session option 2013: the subscription (SCR) the session sends the far end, an array of 0 to 255
+// requests; reading it back gives the last one sent.
+constexpr int32_t ZynSessionOption_SubscribeRequests = 2013;
 // Track command 4: make a key frame now; its value is a 16-byte request.
 constexpr int32_t ZynTrackCommand_KeyFrameRequest = 4;
 

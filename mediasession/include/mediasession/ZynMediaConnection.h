@@ -21,7 +21,6 @@ struct _tagRtpFilter;
 class IZynMediaContentCipher;
 enum ZynSubscribePolicy : int32_t;
 enum ZynVideoQualityType : int32_t;
-enum ZynRTPHeaderExtType : int32_t;
 enum eStreamDirection : int32_t;
 
 // Link state of a direction; values come from the media engine.
@@ -52,6 +51,15 @@ enum ZynPerformanceReason : int32_t {
 };
 enum ZynGestureType : int32_t {
     ZynGesture_None = 0,
+};
+// RTP header extensions a line can carry (TurnOnRTPHeaderExtensions); each has its URI in a=extmap.
+enum ZynRTPHeaderExtType : int32_t {
+    ZynRTPHeaderExt_AudioLevel = 0,          // urn:ietf:params:rtp-hdrext:ssrc-audio-level (RFC 6464)
+    ZynRTPHeaderExt_CsrcAudioLevel = 1,      // urn:ietf:params:rtp-hdrext:csrc-audio-level (RFC 6465)
+    ZynRTPHeaderExt_TransmissionOffset = 2,  // urn:ietf:params:rtp-hdrext:toffset (RFC 5450)
+    ZynRTPHeaderExt_VideoOrientation = 3,    // urn:3gpp:video-orientation
+    ZynRTPHeaderExt_FrameMarking = 4,        // urn:ietf:params:rtp-hdrext:framemarking
+    ZynRTPHeaderExt_Mid = 5,                 // urn:ietf:params:rtp-hdrext:sdes:mid (RFC 8843)
 };
 
 // One media line of a remote description, filled for the application by SetReceivedSDP.
@@ -196,13 +204,24 @@ public:
     // Lip sync of the remote video with that CSI. ZYN_E_NOTFOUND for a CSI no remote video
     // carries, ZYN_E_NOTAVAILABLE for one it does (the engine keeps no lip-sync figures).
     virtual ZynResult GetSyncStatistics(unsigned int csi, _tagSyncStatistics& stats) = 0;
+    // Asks the far end for one more stream of a video or share line, at a quality, into the next
+    // remote stream without a subscription; vid receives its slot. csi names the source for the
+    // receiver-selected and source-indexed policies; avatar accepts a sender's avatar in place of its
+    // video; mainVideo is reserved. ZYN_E_FAIL for a mid without a video or share
+    // line, ZYN_E_INVALIDARG for a quality above 1080p (sharing takes 4K as 1080p),
+    // ZYN_E_WRONGSTATE before the negotiation made the remote streams, ZYN_E_NOTFOUND when every
+    // one is subscribed.
     virtual ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid,
                                 unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi,
-                                bool flag1, bool flag2) = 0;
+                                bool avatar, bool mainVideo) = 0;
+    // The same by explicit limits: size in pixels, frames per second, bits per second and
+    // macroblocks per second (0: from size and rate). ZYN_E_INVALIDARG for a zero size, rate or bitrate.
     virtual ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, unsigned short width,
                                 unsigned short height, unsigned int fps, unsigned int bitrate, unsigned int mbps,
                                 int& vid, unsigned char priority, unsigned char grouping, bool duplicate,
-                                unsigned int csi, bool flag1, bool flag2) = 0;
+                                unsigned int csi, bool avatar, bool mainVideo) = 0;
+    // Ends the subscription of that slot. ZYN_E_FAIL for a mid without a line, ZYN_E_NOTFOUND for a
+    // slot without one.
     virtual ZynResult Unsubscribe(unsigned long mid, unsigned char vid) = 0;
     // How long a link state must last before OnNetworkStatus tells it. ZYN_E_INVALIDARG for an
     // unknown status or direction, ZYN_E_WRONGSTATE after Stop, ZYN_E_NOTAVAILABLE otherwise: no
@@ -228,8 +247,13 @@ public:
     // The playout time of an audio RTP time stamp, for video to follow. ZYN_E_WRONGSTATE after
     // Stop, ZYN_E_NOTAVAILABLE otherwise (the engine's video follows no outside audio clock).
     virtual ZynResult SyncWithAudioTimestamp(unsigned int rtpTimestamp, unsigned int playoutMs) = 0;
+    // Holds the rate control of the line's sending still, or lets it adapt again. ZYN_E_POINTER for
+    // a mid without a line or engine session.
     virtual ZynResult PauseQoS(unsigned long mid) = 0;
     virtual ZynResult ResumeQoS(unsigned long mid) = 0;
+    // A source the signalling names (uniqueId, e.g. a participant); when a source of that name and
+    // type comes with a new CSI, subscriptions of the call that selected the old one follow it.
+    // ZYN_E_WRONGSTATE for a mid without a line or a null uniqueId.
     virtual ZynResult AddObservedCSI(unsigned int csi, const char* uniqueId, unsigned long mid,
                                      ZynSessionType type) = 0;
     virtual IZynRecorder* GetRecordService() = 0;
@@ -248,7 +272,10 @@ public:
     virtual ZynResult ConnectRemote(unsigned long mid, bool rtcpMux) = 0;
     // Drops the line's path and keeps its port; ZYN_E_FAIL for an unknown mid.
     virtual ZynResult DisconnectRemote(unsigned long mid) = 0;
-    virtual ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short duration,
+    // A telephone event (0-9, *, #, A-D as 0 to 15) of durationMs on an audio line, at volume 0 to
+    // 63 (-dBm0). flag is reserved. ZYN_E_INVALIDARG for a mid without an audio line or a bad
+    // argument, ZYN_E_FAIL when the line cannot send one (not connected, no telephone-event agreed).
+    virtual ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short durationMs,
                                          unsigned char volume, int flag) = 0;
     virtual ZynResult StartPlayRingTone(_tagAudioRawFormat* format, const unsigned char* data, unsigned int length,
                                         unsigned int loops) = 0;
@@ -291,23 +318,41 @@ public:
     virtual ZynResult StopListening(unsigned long mid) = 0;
     // Checks of a SIP call's lines: this library makes no SIP calls, so ZYN_E_NOTAVAILABLE.
     virtual ZynResult StartIceConnectivityCheckForSipCall() = 0;
+    // End-to-end media keys by epoch. This library has no frame encryption: after the argument
+    // checks each answers ZYN_E_NOTAVAILABLE. ZYN_E_INVALIDARG for a mid without a line, a null or
+    // empty key, or a zero size.
     virtual ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length,
-                                     bool flag, unsigned int value, unsigned short id) = 0;
+                                     bool sender, unsigned int keyId, unsigned short cipherSuite) = 0;
     virtual ZynResult SetUseEpoch(unsigned long mid, unsigned long epoch) = 0;
-    virtual ZynResult InitSframe(unsigned long mid, unsigned short first, unsigned short second) = 0;
+    virtual ZynResult InitSframe(unsigned long mid, unsigned short cipherSuite, unsigned short counterBits) = 0;
     virtual ZynResult PurgeKeyBefore(unsigned long mid, unsigned long epoch) = 0;
+    // Adds the interpreter's channel of source csi to an audio line, as two more remote streams
+    // (announced by OnMediaReady); one language at a time. ZYN_E_FAIL for a mid without an audio
+    // line, ZYN_E_WRONGSTATE before the remote streams exist or while a language is subscribed.
     virtual ZynResult SubscribeAudioSI(unsigned long mid, unsigned int csi, ZynSubscribePolicy policy) = 0;
+    // Removes them again. ZYN_E_NOTFOUND when that source is not subscribed.
     virtual ZynResult UnsubscribeAudioSI(unsigned long mid, unsigned int csi) = 0;
+    // What the far end does with the line, when the application learnt it outside the description:
+    // a far end that receives nothing is sent nothing. ZYN_E_INVALIDARG for a mid without a line or
+    // a direction above send-and-receive.
     virtual ZynResult SetNegotiatedRemoteDirection(unsigned long mid, ZynDirection direction) = 0;
     // The application carries the line's packets: the engine sends through transport (kept, not
     // owned, until replaced, detached with null, or Stop), and the line counts as connected
     // (transportChanged: reported as a change of path). ZYN_E_FAIL for an unknown mid or a line
     // without an engine session.
     virtual ZynResult SetTransport(unsigned long mid, IZynMediaTransport* transport, bool transportChanged) = 0;
+    // The cipher a track's frames pass through; a null track: every track of the line. ZYN_E_FAIL
+    // for a mid without a line, ZYN_E_INVALIDARG for a null cipher, ZYN_E_NOTFOUND for a track of
+    // another line.
     virtual ZynResult SetMediaContentCipher(unsigned long mid, IZynMediaTrackBase* track,
                                             IZynMediaContentCipher* cipher) = 0;
+    // The line offers these extensions from its next description on, each with an id of its own.
+    // ZYN_E_FAIL for a mid without a line, ZYN_E_INVALIDARG for no types or an unknown one.
     virtual ZynResult TurnOnRTPHeaderExtensions(unsigned long mid, ZynRTPHeaderExtType* types,
                                                 unsigned char count) = 0;
+    // The id of an extension: out, the one this end sends with; in, the one the far end's
+    // description gave. ZYN_E_FAIL for a mid without a line, ZYN_E_INVALIDARG for a null uri,
+    // ZYN_E_NOTFOUND for an extension not in use.
     virtual ZynResult QueryRTPExtensionID(unsigned long mid, const char* uri, eStreamDirection direction,
                                           unsigned char& id) = 0;
     // Packets the application received on a transport of its own, handed to the line's engine
@@ -315,14 +360,29 @@ public:
     virtual ZynResult ReceiveRTP(unsigned long mid, unsigned char* data, unsigned int length, _tagRtpFilter* filter,
                                  unsigned char* filterOut) = 0;
     virtual ZynResult ReceiveRTCP(unsigned long mid, unsigned char* data, unsigned int length) = 0;
+    // An audio stream outside any line, played from packets the application hands in with
+    // ReceiveAdhocRTP; vid 0 to 255 names it. ZYN_E_FAIL without an engine (after Stop),
+    // ZYN_E_DUPLICATE for a vid already made.
     virtual ZynResult CreateAdhocAudioTrack(unsigned int vid) = 0;
+    // ZYN_E_POINTER before any adhoc track, ZYN_E_INVALIDARG for an unknown vid or no bytes.
     virtual ZynResult ReceiveAdhocRTP(unsigned int vid, unsigned char* data, unsigned int length) = 0;
     // The line's engine session drops what it received so far and starts its streams anew.
     virtual ZynResult Failover(unsigned long mid) = 0;
+    // The remote stream of that slot lost its picture: the far end is asked for a key frame.
+    // ZYN_E_FAIL for a mid without a video or share line, ZYN_E_NOTFOUND for a slot without a
+    // stream, ZYN_E_WRONGSTATE before the line is connected.
     virtual ZynResult IndicatePictureLoss(unsigned long mid, unsigned int vid) = 0;
+    // One more local source on the line, labelled sourceId (its CSI); vid receives its slot and
+    // OnMediaReady announces it. ZYN_E_WRONGSTATE for a mid without a line or a line without a
+    // local track yet, ZYN_E_DUPLICATE for a sourceId already there.
     virtual ZynResult AddLocalTrack(unsigned long mid, unsigned int sourceId, unsigned char& vid) = 0;
+    // Removes a source that AddLocalTrack made. ZYN_E_NOTFOUND for another sourceId.
     virtual ZynResult RemoveLocalTrack(unsigned long mid, unsigned int sourceId) = 0;
+    // That local source sends, the line's others hold their media back. ZYN_E_NOTFOUND for an
+    // unknown sourceId.
     virtual ZynResult SetActiveLocalTrack(unsigned long mid, unsigned int sourceId) = 0;
+    // The remote stream of that slot is the one the line plays in front. ZYN_E_NOTFOUND for a slot
+    // without a stream.
     virtual ZynResult SetActiveRemoteTrack(unsigned long mid, unsigned char vid) = 0;
     // The capture source identifier that the line's stream with this label announces.
     // ZYN_E_POINTER for a mid without a line or a line without an engine session yet.

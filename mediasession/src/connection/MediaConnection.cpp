@@ -1,5 +1,6 @@
 // Life of a connection: construction, Init, Stop, destruction, the class-wide list, errors.
 #include "connection/MediaConnection.h"
+#include "track/CsiDB.h"
 
 #include <openssl/rand.h>
 
@@ -42,6 +43,10 @@ CMediaConnection::~CMediaConnection()
         CCmMutexGuardT<CCmMutexThread> guard(m_mutexVecMediaConnection);
         auto it = std::find(m_vecMediaConnection.begin(), m_vecMediaConnection.end(), this);
         if (it != m_vecMediaConnection.end()) m_vecMediaConnection.erase(it);
+        // What the call observed goes with its last connection.
+        if (std::none_of(m_vecMediaConnection.begin(), m_vecMediaConnection.end(),
+                         [this](const CMediaConnection* c) { return c->m_callId == m_callId; }))
+            CCsiDB::Instance().releaseCall(m_callId);
     }
     // A connection released without Stop must not leave its timers on the statistics thread, and
     // no tick may walk the lines deleted below.
@@ -175,6 +180,7 @@ void CMediaConnection::Stop()
         m_pNetworkIndicator->Release();
         m_pNetworkIndicator = nullptr;
     }
+    m_adhocAudio.Stop();
     StopConnections();
     if (m_pZynEngine) m_pZynEngine->Stop();
 

@@ -21,6 +21,8 @@
 #include "metrics/SessionMetrics.h"
 #include "sdp/offer_answer.h"
 #include "sdp/session_group.h"
+#include "track/MediaAdhocAudio.h"
+#include "zyn/ZynSubscribe.h"
 #include "tp/CmInetAddr.h"
 #include "tp/CmMutex.h"
 #include "tp/CmTimerWrapperID.h"
@@ -83,8 +85,8 @@ public:
     const char* GetMediaSessionMetricsForSAP() override;
     const char* GetCallCancelMetrics() override;
     ZynResult GetSyncStatistics(unsigned int csi, _tagSyncStatistics& stats) override;
-    ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool flag1, bool flag2) override;
-    ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, unsigned short width, unsigned short height, unsigned int fps, unsigned int bitrate, unsigned int mbps, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool flag1, bool flag2) override;
+    ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, ZynVideoQualityType quality, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool avatar, bool mainVideo) override;
+    ZynResult Subscribe(unsigned long mid, ZynSubscribePolicy policy, unsigned short width, unsigned short height, unsigned int fps, unsigned int bitrate, unsigned int mbps, int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi, bool avatar, bool mainVideo) override;
     ZynResult Unsubscribe(unsigned long mid, unsigned char vid) override;
     ZynResult SetGlobalNetworkNotificationParam(ZynNetworkStatus status, _tagNetworkDirection direction, unsigned int waitMs) override;
     int GetNetworkIndex(_tagNetworkDirection direction) override;
@@ -102,7 +104,7 @@ public:
     ZynResult SetLocalPort(unsigned long mid, const char* ip, unsigned short port, bool flag, unsigned int* out) override;
     ZynResult ConnectRemote(unsigned long mid, bool flag) override;
     ZynResult DisconnectRemote(unsigned long mid) override;
-    ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short duration, unsigned char volume, int flag) override;
+    ZynResult SendTelephoneEvent(unsigned long mid, unsigned char event, unsigned short durationMs, unsigned char volume, int flag) override;
     ZynResult StartPlayRingTone(_tagAudioRawFormat* format, const unsigned char* data, unsigned int length, unsigned int loops) override;
     ZynResult StopPlayRingTone() override;
     ZynResult SendApplicationData(unsigned long mid, const unsigned char* data, unsigned int length) override;
@@ -118,9 +120,9 @@ public:
     const char* GetEventReport(ZynEventMetricsType type) override;
     ZynResult StopListening(unsigned long mid) override;
     ZynResult StartIceConnectivityCheckForSipCall() override;
-    ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length, bool flag, unsigned int value, unsigned short id) override;
+    ZynResult UpdateEpochKey(unsigned long mid, unsigned long epoch, unsigned char* key, unsigned int length, bool sender, unsigned int keyId, unsigned short cipherSuite) override;
     ZynResult SetUseEpoch(unsigned long mid, unsigned long epoch) override;
-    ZynResult InitSframe(unsigned long mid, unsigned short first, unsigned short second) override;
+    ZynResult InitSframe(unsigned long mid, unsigned short cipherSuite, unsigned short counterBits) override;
     ZynResult PurgeKeyBefore(unsigned long mid, unsigned long epoch) override;
     ZynResult SubscribeAudioSI(unsigned long mid, unsigned int csi, ZynSubscribePolicy policy) override;
     ZynResult UnsubscribeAudioSI(unsigned long mid, unsigned int csi) override;
@@ -343,6 +345,18 @@ private:
     std::string m_metricsText, m_sapMetricsText, m_cancelMetricsText, m_eventReportText;
 
     // Stream operations: subscriptions, QoS, tracks, epochs, adhoc audio (MediaConnectionStreams.cpp).
+public:
+    // The adhoc audio path (tests read its engine session).
+    CMediaAdhocAudio& GetAdhocAudio() { return m_adhocAudio; }
+
+private:
+    // Both Subscribe forms once the limits are known: the line, its request and its layer.
+    ZynResult SubscribeLine(unsigned long mid, ZynSubscribePolicy policy, const _tagVideoEncodeCapability& layer,
+                            int& vid, unsigned char priority, unsigned char grouping, bool duplicate, unsigned int csi,
+                            bool avatar);
+    // The line of an epoch operation, or null after the miss line of `operation`.
+    CMediaConnectionInfo* FindEpochLine(const char* operation, unsigned long mid);
+    CMediaAdhocAudio m_adhocAudio{m_callId};
 
     // Recording, ring tone, on-prem sharing (MediaConnectionRecord.cpp).
     // The remote tracks a recording starts from, each referenced.

@@ -320,6 +320,7 @@ void CMediaConnection::buildSdpSession(CMediaConnectionInfo* line)
     if (line->IsDtlsInUse() && !line->GetLocalFingerPrint().empty())
         rtp.dtls = sdp::dtls_caps(sdp::dtls_setup_actpass, {sdp::fingerprint("sha-1", line->GetLocalFingerPrint())});
     line->buildMuliCaps(rtp.cmulti);
+    line->buildExtMaps(rtp.ext_maps);
     rtp.direction = ConvZynDirection(line->GetDirection());
     rtp.rtcp_mux = m_globalConfig.IsRTCPMuxEnabled();
     if (config.GetMaxBandwidth() != 0) rtp.set_bandwidth(config.GetMaxBandwidth());

@@ -27,6 +27,7 @@
 #include "sdp/rtp_session.h"
 #include "sdp/rtp_attributes.h"
 #include "mediasession/ZynDefines.h"
+#include "mediasession/ZynMediaConnection.h"
 #include "tp/CmEvent.h"
 #include "tp/CmString.h"
 #include "tp/CmThread.h"
@@ -347,7 +348,45 @@ public:
     // checks' contexts; otherwise force and keepListening go to the connector's reset.
     ZynResult ResetIce(bool keepListeners, bool force, bool keepListening);
 
+    // The application's stream operations (MediaConnectionInfoStreams.cpp), main thread.
+    // A subscription into the first remote stream without one: its request joins the next SCR,
+    // its layer goes to the stream's engine track (option 19). ZYN_E_WRONGSTATE before the remote
+    // streams exist, ZYN_E_NOTFOUND when every one is subscribed.
+    ZynResult Subscribe(ZynSimulcastRequest request, const _tagVideoEncodeCapability& layer, int& vid);
+    ZynResult Unsubscribe(int vid);
+    // The requests of every remote stream that has one to send, to the engine session.
+    ZynResult SendSCR();
+    // Receiver-selected requests of oldCsi select newCsi; ZYN_E_NOTFOUND when none did.
+    ZynResult UpdateRemoteCSI(uint32_t oldCsi, uint32_t newCsi);
+    ZynResult SetQoSState(bool running);
+    ZynResult SendTelephoneEvent(uint8_t event, uint16_t durationMs, uint8_t volume);
+    ZynResult IndicatePictureLoss(int vid);
+    ZynResult TurnOnRTPHeaderExtensions(const ZynRTPHeaderExtType* types, unsigned count);
+    ZynResult QueryRTPExtensionID(const char* uri, eStreamDirection direction, uint8_t& id);
+    // The extensions turned on, as the line's next description offers them.
+    void buildExtMaps(std::vector<sdp::ext_map>& out) const;
+    ZynResult CreateAudioSIRemoteZynSession(IZynMediaEngineInternal* engine, uint32_t csi, int32_t policy);
+    ZynResult DestroyAudioSIRemoteZynSession(uint32_t csi);
+    ZynResult AddLocalTrack(uint32_t sourceId, uint8_t& vid);
+    ZynResult RemoveLocalTrack(uint32_t sourceId);
+    ZynResult SetActiveLocalTrack(uint32_t sourceId);
+    ZynResult SetActiveRemoteTrack(int vid);
+    ZynResult SetMediaContentCipher(IZynMediaTrackBase* track, IZynMediaContentCipher* cipher);
+    ZynResult SetNegotiatedRemoteDirection(ZynDirection direction);
+
 private:
+    // Stream operations (MediaConnectionInfoStreams.cpp), main thread.
+    // The vid of the local track labelled sourceId, or -1.
+    int FindLocalVid(uint32_t sourceId);
+    // Local sending follows what the far end takes and which source is active.
+    void ApplyLocalSending();
+    std::vector<std::pair<std::string, uint8_t>> m_headerExtensions;  // uri and id, in turn-on order
+    int m_siVids[2] = {-1, -1};   // the interpreter's two remote streams, -1 when none
+    uint32_t m_siCsi = 0;
+    int32_t m_remoteDirection = ZynDirection_SendRecv;  // as the application told it
+    uint32_t m_activeSourceId = 0;
+    bool m_bActiveSourceSet = false;
+
     int32_t m_lowestSendPerformance = -1;  // main thread; -1 none yet
     // A question the connection answers; after Cleanup every feature reads as off.
     template <class Query>

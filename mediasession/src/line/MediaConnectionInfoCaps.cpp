@@ -204,17 +204,21 @@ void CMediaConnectionInfo::setupEncodeCodecs(const std::vector<sdp::codec>& code
 {
     m_encodeCodecs = codecs;
     if (!m_pZynSession) return;
-    // Only the first media codec is sent on; telephone events, FEC and RTX ride beside it.
+    // Only the first media codec is sent on; telephone events, FEC and RTX ride beside it, wherever
+    // the description lists them.
+    bool mediaSet = false;
     for (const sdp::codec& c : codecs) {
         const ZynCodecType type = CodecSdp2Zyn(c);
         if (type == ZynCodecType_Unknown) continue;
+        const bool media = type != ZynCodecType_DTMF && type != ZynCodecType_CN && type != ZynCodecType_FEC &&
+                           type != ZynCodecType_RTX;
+        if (media && mediaSet) continue;
         const ZynResult r = m_pZynSession->SetCodecPt(1, static_cast<uint8_t>(c.payload_type), type, c.get_clock_rate());
         MS_INFO_TRACE("CMediaConnectionInfo::setupEncodeCodecs, payload=" << c.payload_type << ", codec=" << type
                       << ", result=" << r << LINE_TAIL);
-        if (ZYN_SUCCEEDED(r) && type != ZynCodecType_DTMF && type != ZynCodecType_CN && type != ZynCodecType_FEC &&
-            type != ZynCodecType_RTX) {
+        if (ZYN_SUCCEEDED(r) && media) {
             m_sendCodec = type;
-            break;
+            mediaSet = true;
         }
     }
 }

@@ -249,6 +249,9 @@ public:
     // is muted, or was never given a request, so that it stays out of the next request list.
     const ZynSimulcastRequest* GetRequest(bool force) const;
     void SetRequest(const ZynSimulcastRequest& request);
+    // The subscription ends: the track is left out of every request list from now on.
+    void ClearRequest();
+    bool HasRequest() const { return !m_bNoRequest; }
     // Hands the far end's layers to the local video or share encoder (track option 19).
     ZynResult SubscribeMutlistream(const _tagVideoSubscribeMultiStream& record);
     // Screen share before SCR version 3: the first layer's size follows its frame size.

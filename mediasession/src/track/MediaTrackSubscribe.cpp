@@ -40,6 +40,12 @@ void CMediaTrack::SetRequest(const ZynSimulcastRequest& request)
     m_bNoRequest = false;
 }
 
+void CMediaTrack::ClearRequest()
+{
+    m_request = ZynSimulcastRequest{};
+    m_bNoRequest = true;
+}
+
 void CMediaTrack::_UpdateHardcodeMaxSizeByMaxFS(_tagVideoSubscribeMultiStream& record)
 {
     if (record.uNumStreams == 0) return;
