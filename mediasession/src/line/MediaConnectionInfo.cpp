@@ -10,8 +10,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 // Announces a ready track to the application on the main thread. The event holds the connection

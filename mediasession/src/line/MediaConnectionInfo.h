@@ -37,6 +37,9 @@
 #include "zyn/ZynEngineApi.h"
 #include "zyn/ZynSubscribe.h"
 
+// The tail of every trace line a line writes: its kind, call id and address.
+#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
+
 namespace zyn {
 
 class CMediaConnection;

@@ -13,8 +13,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 constexpr uint8_t DEFAULT_RTX_PAYLOADTYPE = 112;

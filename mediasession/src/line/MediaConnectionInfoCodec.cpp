@@ -6,8 +6,6 @@
 #include "util/CmTrace.h"
 #include "zyn/ZynEngineApi.h"
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace zyn {
 
 namespace {

@@ -6,8 +6,6 @@
 #include "line/MediaConnectionInfo.h"
 #include "track/MediaTrack.h"
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace zyn {
 
 namespace {

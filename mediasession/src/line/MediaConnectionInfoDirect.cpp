@@ -13,8 +13,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 // OnSessionStatus: a connect started.

@@ -9,8 +9,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 // Errors the line reports for its tracks.
 constexpr int kLocalVideoTrackError = 0x46024106;

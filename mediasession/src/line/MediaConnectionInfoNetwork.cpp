@@ -12,8 +12,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 // Statuses of OnSessionStatus.

@@ -7,8 +7,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 constexpr int32_t kOptionFecSetup = 3;

@@ -17,8 +17,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 // A chained packet is copied flat into a buffer of this size, made on first need.
@@ -49,7 +47,6 @@ constexpr SuiteValue kSuites[] = {
     {"AES_CM_256_HMAC_SHA1_80", 3},  {"AEAD_AES_128_GCM", 4},        {"AEAD_AES_256_GCM", 5},
     {"NON_SRTP_CRYPTO", 100},
 };
-
 
 // Posts one packet to the network thread; the line outlives it (a stop waits for that thread).
 class CSendEvent final : public ICmEvent {

@@ -9,8 +9,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 uint32_t CMediaConnectionInfo::GetScrVersion() const
 {
     if (!m_remoteMultiCaps.is_set()) return 0;

@@ -12,8 +12,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 void CMediaConnectionInfo::OnStreamBandwidthUpdate(const ZynStreamBandwidth* record)
 {
     LINE_SINK_OR_RETURN(sink);

@@ -8,8 +8,6 @@
 
 namespace zyn {
 
-#define LINE_TAIL MS_TAIL(ZynSessionTypeTraceTag(m_type), GetIdentityCallId())
-
 namespace {
 
 // Audio mixes up to six active speakers on the client; audio slides carry one mix.
