@@ -66,12 +66,7 @@ protected:
         m_conn->Stop();
         mstest::OnMain();  // the clean-up that empties the line list runs there
     }
-    bool Kicked(const std::string& tag, ZynResult code)
-    {
-        for (auto& [t, c] : m_impl->GetSessionMetrics().GetZynErrors())
-            if (t == tag && c == code) return true;
-        return false;
-    }
+    bool Kicked(const std::string& tag, ZynResult code) { return mstest::Kicked(m_impl->GetSessionMetrics(), tag, code); }
 
     mstest::EngineScope m_engine;
     IZynMediaConnectionSink m_sink;

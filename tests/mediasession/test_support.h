@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "mediasession/ZynMediaEngine.h"
+#include "metrics/SessionMetrics.h"
 #include "tp/CmThreadManager.h"
 #include "util/CmLocalAddr.h"
 #include "util/CmTrace.h"
@@ -78,5 +79,13 @@ struct EngineScope {
         clear_local_addr_allow_list();
     }
 };
+
+// Whether the session metrics recorded the failure under its tag.
+inline bool Kicked(const CSessionMetrics& metrics, const std::string& tag, ZynResult code)
+{
+    for (const auto& [t, c] : metrics.GetZynErrors())
+        if (t == tag && c == code) return true;
+    return false;
+}
 
 }  // namespace mstest

@@ -378,6 +378,12 @@ public:
     ZynResult SetNegotiatedRemoteDirection(ZynDirection direction);
 
 private:
+    // The shared start of Connect and ConnectRemote: false (asserted) without a network thread;
+    // address: the remote, or the one connected before when its port is 0.
+    bool beginConnect(const CCmInetAddr& remote, bool keysRequired, CCmInetAddr& address);
+    // Runs connect on the network thread; a success clears the count of failed attempts.
+    ZynResult postConnect(std::function<ZynResult()> connect);
+
     // Stream operations (MediaConnectionInfoStreams.cpp), main thread.
     // The vid of the local track labelled sourceId, or -1.
     int FindLocalVid(uint32_t sourceId);

@@ -56,33 +56,14 @@ ZynResult CMediaConnectionInfo::SetLocalPort(const CCmInetAddr& address, uint16_
 
 ZynResult CMediaConnectionInfo::ConnectRemote(const CCmInetAddr& remote, unsigned int connectionType, bool rtcpMux)
 {
-    if (!m_eqNetwork || !m_networkThread) {
-        CM_ASSERT_REPORT("CM_SUCCEEDED(cmret)");
-        return ZYN_E_FAIL;
-    }
-    m_connectStartTick = get_tick_count();
     // No handshake on this path: keys, where there are any, came from the configuration.
-    m_bKeysRequired.store(false);
-    ReportStatus(kStatusConnecting);
-    CCmInetAddr address = remote;
-    if (address.GetPort() == 0 && m_connectAddr.GetPort() != 0) address = m_connectAddr;
-    m_connectAddr = address;
+    CCmInetAddr address;
+    if (!beginConnect(remote, false, address)) return ZYN_E_FAIL;
     MS_INFO_TRACE("CMediaConnectionInfo::ConnectRemote, remote=" << address.ToString() << ", rtcpMux=" << rtcpMux
                   << LINE_TAIL);
-    // Queued before any later stop, which waits for the network thread: the line outlives it.
-    const CmResult r = CmInvokeInThread(
-        m_networkThread, true,
-        [this, address, connectionType, rtcpMux] {
-            const ZynResult rv = m_iceConnector.ConnectRemoteForSipCall(address, connectionType, rtcpMux);
-            if (ZYN_SUCCEEDED(rv)) m_uConnectFailures = 0;
-            return rv;
-        },
-        CM_EVENT_PRIORITY_NORMAL);
-    if (r != CM_OK) {
-        CM_ASSERT_REPORT("CM_SUCCEEDED(cmret)");
-        return ZYN_E_FAIL;
-    }
-    return ZYN_S_OK;
+    return postConnect([this, address, connectionType, rtcpMux] {
+        return m_iceConnector.ConnectRemoteForSipCall(address, connectionType, rtcpMux);
+    });
 }
 
 ZynResult CMediaConnectionInfo::SetTransport(IZynMediaTransport* transport, bool transportChanged)

@@ -39,27 +39,41 @@ ZynResult CMediaConnectionInfo::Connect(const sdp::optional_value<sdp::ice_caps>
                                         sdp::dtls_setup_role localDtlsRole,
                                         const sdp::optional_value<sdp::dtls_caps>& remoteDtls)
 {
-    if (!m_eqNetwork || !m_networkThread) {
-        CM_ASSERT_REPORT("CM_SUCCEEDED(cmret)");
-        return ZYN_E_FAIL;
-    }
-    m_connectStartTick = get_tick_count();
-    m_bKeysRequired.store(IsDtlsInUse());
-    ReportStatus(kStatusConnecting);
-    CCmInetAddr address = remote;
-    if (address.GetPort() == 0 && m_connectAddr.GetPort() != 0) address = m_connectAddr;
-    m_connectAddr = address;
+    CCmInetAddr address;
+    if (!beginConnect(remote, IsDtlsInUse(), address)) return ZYN_E_FAIL;
     const unsigned long tieBreaker = m_sink ? static_cast<unsigned long>(m_sink->GetIceTieBreaker()) : 0;
     MS_INFO_TRACE("CMediaConnectionInfo::Connect, remote=" << address.ToString() << ", controlling=" << controlling
                   << ", ice=" << ice.is_set() << ", rtcpMux=" << rtcpMux << LINE_TAIL);
+    return postConnect([this, ice, address, controlling, connectionType, rtcpMux, localDtlsRole, remoteDtls,
+                        tieBreaker] {
+        m_iceConnector.SetDtlsNegotiated(localDtlsRole, remoteDtls);
+        return m_iceConnector.SetRemoteCandidates(ice, address, controlling, tieBreaker, connectionType, rtcpMux);
+    });
+}
+
+bool CMediaConnectionInfo::beginConnect(const CCmInetAddr& remote, bool keysRequired, CCmInetAddr& address)
+{
+    if (!m_eqNetwork || !m_networkThread) {
+        CM_ASSERT_REPORT("CM_SUCCEEDED(cmret)");
+        return false;
+    }
+    m_connectStartTick = get_tick_count();
+    m_bKeysRequired.store(keysRequired);
+    ReportStatus(kStatusConnecting);
+    address = remote;
+    if (address.GetPort() == 0 && m_connectAddr.GetPort() != 0) address = m_connectAddr;
+    m_connectAddr = address;
+    return true;
+}
+
+ZynResult CMediaConnectionInfo::postConnect(std::function<ZynResult()> connect)
+{
     // Queued behind earlier work of the network thread and before any later stop, which waits for
     // the thread: the line outlives the event.
     const CmResult r = CmInvokeInThread(
         m_networkThread, true,
-        [this, ice, address, controlling, connectionType, rtcpMux, localDtlsRole, remoteDtls, tieBreaker] {
-            m_iceConnector.SetDtlsNegotiated(localDtlsRole, remoteDtls);
-            const ZynResult rv = m_iceConnector.SetRemoteCandidates(ice, address, controlling, tieBreaker,
-                                                                    connectionType, rtcpMux);
+        [this, connect = std::move(connect)] {
+            const ZynResult rv = connect();
             if (ZYN_SUCCEEDED(rv)) m_uConnectFailures = 0;
             return rv;
         },
