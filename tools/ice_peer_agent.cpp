@@ -253,7 +253,7 @@ void Agent::OnResponse(void* self, uint32_t uv1, uint32_t, uint32_t, const socka
     if (destination) a->sockets_.Send(static_cast<size_t>(socket), bytes.data(), bytes.size(), destination);
 }
 
-void Agent::OnCancel(void* self, uint32_t, StunMsgId id) { Self(self)->checks_.Take(id); }
+void Agent::OnCancel(void* self, uint32_t, StunMsgId id) { Self(self)->checks_.Cancel(id); }
 
 void Agent::OnComplete(void* self, uint32_t, bool, bool failed)
 {

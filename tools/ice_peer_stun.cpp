@@ -155,6 +155,13 @@ bool CheckSchedule::Take(const StunMsgId& id)
     return true;
 }
 
+void CheckSchedule::Cancel(const StunMsgId& id)
+{
+    for (auto& c : checks_) {
+        if (gatewalk::stunlib_transIdIsEqual(&c.id, &id)) c.cancelled = true;
+    }
+}
+
 void CheckSchedule::Run(int64_t nowMs, const SendFn& send, const GiveUpFn& giveUp)
 {
     constexpr int kCopies = static_cast<int>(std::size(kScheduleMs));  // the last entry is the end
@@ -168,11 +175,14 @@ void CheckSchedule::Run(int64_t nowMs, const SendFn& send, const GiveUpFn& giveU
         const int64_t start = c.dueMs - kScheduleMs[c.sends - 1];
         c.dueMs = start + kScheduleMs[c.sends];
         ++c.sends;
-        send(c);
+        if (!c.cancelled) send(c);
     }
-    // Reported after the walk: the agent may start or cancel checks from inside giveUp.
+    // Reported after the walk: the agent may start or cancel checks from inside giveUp. The agent
+    // stopped waiting for a cancelled check, so its end is not news to it.
     for (const auto& id : ended) {
-        if (Take(id)) giveUp(id);
+        const Check* c = Find(id);
+        const bool tell = c && !c->cancelled;
+        if (Take(id) && tell) giveUp(id);
     }
 }
 

@@ -70,6 +70,7 @@ public:
         std::string password;  // the key an answer must carry
         int sends = 0;
         int64_t dueMs = 0;  // next copy, or the end when all copies went out
+        bool cancelled = false;
     };
     using SendFn = std::function<void(const Check&)>;
     using GiveUpFn = std::function<void(const StunMsgId&)>;
@@ -80,6 +81,8 @@ public:
     const Check* Find(const StunMsgId& id) const;
     // Removes the check; false if it is not in flight.
     bool Take(const StunMsgId& id);
+    // No more copies, and no give-up at the end; an answer that still comes is taken until then.
+    void Cancel(const StunMsgId& id);
     // Resends what is due at nowMs, and reports (after removing it) each check whose time is up.
     void Run(int64_t nowMs, const SendFn& send, const GiveUpFn& giveUp);
     size_t InFlight() const { return checks_.size(); }

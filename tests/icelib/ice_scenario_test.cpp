@@ -154,6 +154,39 @@ TYPED_TEST(IceScenario, LostFirstCheckTimesOutThenALaterCheckSucceeds)
     this->ExpectSamePair(1, 1);
 }
 
+// Every answer is lost for a while, so each side keeps repeating its check while the other's check
+// of the same pair is in flight: each repeat cancels and re-triggers that check. However many times
+// that happens, the pair must still be checked once answers get through again.
+struct AnswerLoss {
+    const int* tick;
+    int untilTick;
+};
+
+bool DropAnswersForAWhile(void* ctx, const Packet& p)
+{
+    const auto* s = static_cast<const AnswerLoss*>(ctx);
+    return !p.IsRequest() && *s->tick < s->untilTick;
+}
+
+TYPED_TEST(IceScenario, RepeatedPeerChecksDuringOurOwnNeverStallThePair)
+{
+    using T = TypeParam;
+    SimNet<T>& n = *this->net_;
+    this->HostPair();
+    n.Exchange();
+    AnswerLoss loss{&n.tick, 3 * kRtoTicks * kMaxSends};
+    n.drop = &DropAnswersForAWhile;
+    n.dropCtx = &loss;
+    n.Start(0, true, 0x77);
+    n.Start(1, false, 0x88);
+    ASSERT_TRUE(n.Run(400));
+    EXPECT_FALSE(n.ep[0].iceFailed);
+    EXPECT_FALSE(n.ep[1].iceFailed);
+    this->ExpectSamePair(1, 1);
+    // More cancelled checks than a pair remembers: the scenario really overflowed the table.
+    EXPECT_GT(n.ep[0].cancels, static_cast<int>(gatewalk::ICELIB_MAX_NO_OF_TRANSID));
+}
+
 TYPED_TEST(IceScenario, NatRewriteGivesPeerReflexiveCandidatesOnBothSides)
 {
     using T = TypeParam;

@@ -163,6 +163,7 @@ struct Agent {
     // No more copies of the pair's checks. An answer to a cancelled check still counts (RFC 5245
     // 7.2.1.4) unless `forget` drops the ids as well.
     static void CancelTransactions(Inst* inst, Pair* pair, bool forget);
+    static void ForgetOldestTransaction(Inst* inst, Pair* pair);
 
     // ---- icelib_request.cpp: incoming checks ----------------------------------------------------
     static void IncomingRequest(Inst* inst, uint32_t uv1, uint32_t uv2, const char* ufragPair, uint32_t peerPriority,

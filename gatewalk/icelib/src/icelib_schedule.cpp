@@ -60,8 +60,10 @@ bool Agent<P>::ScheduleSingle(Inst* inst, Ctrl* ctrl)
         return false;
     }
     if (pair->numberOfTransactionIds >= ICELIB_MAX_NO_OF_TRANSID) {
-        Log(inst, ICELIB_logWarning, "Transaction id table of pair %u full, check dropped", pair->pairId);
-        return false;
+        // A peer that keeps repeating its check while ours is in flight cancels and re-triggers ours
+        // each time. Dropping the check here would leave the pair waiting forever; the oldest
+        // transaction is the one least likely still to be answered, so it goes instead.
+        ForgetOldestTransaction(inst, pair);
     }
     if (pair->pairState == ICELIB_PAIR_SUCCEEDED) {
         // Only a nomination sends on a pair that has already succeeded.
@@ -104,6 +106,19 @@ void Agent<P>::ScheduleCheck(Inst* inst, Ctrl* ctrl, Pair* pair)
                                            local.userValue2, local.componentid, local.type == ICE_CAND_TYPE_RELAY,
                                            ufragPair, ctrl->checkList.passwdRemote, priority, pair->useCandidate,
                                            inst->iceControlling, inst->tieBreaker, id);
+}
+
+template <class P>
+void Agent<P>::ForgetOldestTransaction(Inst* inst, Pair* pair)
+{
+    Log(inst, ICELIB_logDebug, "Transaction id table of pair %u full, oldest transaction forgotten", pair->pairId);
+    if (inst->callbacks.outgoingCancelRequest != nullptr) {
+        inst->callbacks.outgoingCancelRequest(inst->callbacks.outgoingCancelRequestUserData,
+                                              pair->localCandidate.userValue1, pair->transactionIdTable[0]);
+    }
+    std::memmove(pair->transactionIdTable, pair->transactionIdTable + 1,
+                 (pair->numberOfTransactionIds - 1) * sizeof pair->transactionIdTable[0]);
+    --pair->numberOfTransactionIds;
 }
 
 template <class P>
