@@ -8,16 +8,19 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 jobs=$(nproc)
+# Each stage says how long it took, so a run near its time budget shows where the time goes.
+stage() { echo "== $1 (at ${SECONDS}s)"; }
+trap 'echo "== done in ${SECONDS}s"' EXIT
 
 if [ "${SKIP_SANITIZERS:-0}" != 1 ]; then
-  echo "== unit tests under ASan+UBSan"
+  stage "unit tests under ASan+UBSan"
   scripts/build.sh build-asan -DMS_SANITIZE=address,undefined -DMS_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
   ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --test-dir build-asan -L unit -j"$jobs" --output-on-failure
 fi
 
 if [ "${SKIP_FUZZ:-0}" != 1 ]; then
-  echo "== fuzz targets (${FUZZ_SECONDS:-20}s each)"
+  stage "fuzz targets (${FUZZ_SECONDS:-20}s each)"
   scripts/build.sh build-fuzz -DMS_FUZZ=ON -DMS_TESTS=OFF -DMS_BENCH=OFF \
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo
   for f in build-fuzz/fuzzers/fuzz_*; do
@@ -34,6 +37,6 @@ if [ "${SKIP_FUZZ:-0}" != 1 ]; then
   done
 fi
 
-echo "== full suite"
+stage "full suite"
 scripts/build.sh build
 ctest --test-dir build -j"$jobs" --output-on-failure
