@@ -129,8 +129,8 @@ struct Side {
     sdp::optional_value<sdp::ice_caps> caps;
     CCmInetAddr defaultAddr;
 
-    // Host candidates on the given addresses (127.0.0.1 by default).
-    void Gather(bool mux, std::vector<std::string> addresses = {"127.0.0.1"})
+    // Host candidates on the given addresses (127.0.0.1 by default); without ice, plain ports only.
+    void Gather(bool mux, std::vector<std::string> addresses = {"127.0.0.1"}, bool ice = true)
     {
         connector->SetAddressSource([addresses] {
             std::vector<CCmInetAddr> out;
@@ -138,7 +138,7 @@ struct Side {
             return out;
         });
         OnNetwork([&] {
-            ASSERT_EQ(ZYN_S_OK, connector->StartCollectCandidates(zyn::ZynConnectionPolicy_UDP, mux, true));
+            ASSERT_EQ(ZYN_S_OK, connector->StartCollectCandidates(zyn::ZynConnectionPolicy_UDP, mux, ice));
             connector->GetIceCandidates(caps, defaultAddr);
         });
     }

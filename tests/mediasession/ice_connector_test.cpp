@@ -260,6 +260,54 @@ TYPED_TEST(IceConnectorTest, WithoutIceANeverConnectingPeerFailsAfterTheFallback
     OnNetwork([&] { EXPECT_TRUE(a.connector->IsIceCompleted()); });
 }
 
+// Without ICE the ports take whoever sends before the description names the peer. A stranger
+// (here: a socket of the test, as a sender left from an earlier call on the same ports would be)
+// must not become the path once the description says who the peer is.
+TYPED_TEST(IceConnectorTest, WithoutIceAnEarlyStrangerIsNotThePath)
+{
+    for (bool mux : {true, false}) {
+        SCOPED_TRACE(mux ? "mux" : "RTCP apart");
+        Side<TypeParam> a, b;
+        a.Gather(mux, {"127.0.0.1"}, false);
+        b.Gather(mux, {"127.0.0.1"}, false);
+        RawSocket stranger;
+        const std::vector<uint8_t> rtp = {0x80, 0x60, 0, 1, 0, 0, 0, 1, 0, 0, 0, 9};
+        for (int component = 0; component < (mux ? 1 : 2); ++component) {
+            CCmInetAddr port = a.defaultAddr;
+            port.SetPort(static_cast<uint16_t>(port.GetPort() + component));
+            stranger.SendTo(port, rtp);
+        }
+        // The stranger's packets make a path before any description: wait for it.
+        for (int i = 0; i < 1000 && !a.Concluded(); ++i) Settle();
+        ASSERT_TRUE(a.Concluded());
+        OnNetwork([&] {
+            ASSERT_EQ(ZYN_S_OK, a.connector->SetRemoteCandidates({}, b.defaultAddr, true, 11, 0, mux));
+            ASSERT_EQ(ZYN_S_OK, b.connector->SetRemoteCandidates({}, a.defaultAddr, false, 22, 0, mux));
+        });
+        ASSERT_TRUE(icetest::RunUntilConcluded(a, b));
+        Settle();
+        {
+            // The stranger's packets made a path at once; the line is moved off it as soon as the
+            // description names the peer.
+            std::lock_guard<std::mutex> lock(a.line.mutex);
+            ASSERT_EQ(2u, a.line.completions.size());
+            EXPECT_NE(b.defaultAddr.ToString(), a.line.completions.front().remote);
+            EXPECT_EQ(0, a.line.completions.back().reason);
+            EXPECT_EQ(mux ? 1 : 2, a.line.completions.back().count);
+            EXPECT_EQ(b.defaultAddr.ToString(), a.line.completions.back().remote);
+        }
+        // A later packet of the stranger finds no way in either.
+        const size_t heard = [&] {
+            std::lock_guard<std::mutex> lock(a.line.mutex);
+            return a.line.received.size();
+        }();
+        stranger.SendTo(a.defaultAddr, rtp);
+        Settle();
+        std::lock_guard<std::mutex> lock(a.line.mutex);
+        EXPECT_EQ(heard, a.line.received.size());
+    }
+}
+
 // A Binding request the test builds itself: what an attacker or a confused peer sends. Its
 // transaction id carries `tag` in its first byte.
 std::vector<uint8_t> Request(uint8_t tag, const char* ufragPair, const char* password, bool breakFingerprint)

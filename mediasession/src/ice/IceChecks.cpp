@@ -115,7 +115,11 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
     if (ice.empty() || !m_bIceEnable) {
         if (m_bIceEnable && ice.empty()) m_bIceRejected = true;
         m_timers->Cancel(IceTimer::Fallback);
+        // With RTCP on the same port, a stranger's first packet has already made the path: the
+        // peer's own connect below makes it again, and the line swaps to it.
+        if (DropStrangePlainTransports(remote)) m_bIceCompleted = false;
         if (m_Transports[0]) {
+            m_remotePlain = remote;
             ICE_INFO("CIceConnector::SetRemoteCandidates, need callback if rtp channel is already there.");
             // The peer's packets opened the path before its description came: that is the path.
             m_bIceCompleted = true;
@@ -650,6 +654,35 @@ void CIceConnectorT<P>::StartStunTrace(bool iceSucceeded)
         request.localAddr.SetPort(0);
     }
     CStunTrace::GetInstance()->Start(request);
+}
+
+template <class P>
+bool CIceConnectorT<P>::DropStrangePlainTransports(const CCmInetAddr& remote)
+{
+    // Before the description named the peer, the ports took whoever sent first. A sender that is
+    // not the peer (most often one still sending from an earlier call that had these ports) must
+    // not become the path: media would go to it and never reach the peer.
+    if (remote.GetPort() == 0) return false;  // no address to hold them to
+    const bool pathDropped = m_Transports[0] && m_Transports[0]->GetPeerAddr() != remote;
+    for (ICmTransport** set : {m_Transports, m_TransportsExtra}) {
+        for (int i = 0; i < 2; ++i) {
+            if (!set[i]) continue;
+            CCmInetAddr expected = remote;
+            expected.SetPort(static_cast<uint16_t>(remote.GetPort() + (m_bRtcpMux ? 0 : i)));
+            if (set[i]->GetPeerAddr() == expected) continue;
+            ICE_WARN("CIceConnector::SetRemoteCandidates, early packets came from "
+                     << set[i]->GetPeerAddr().ToString() << ", not from the peer at " << expected.ToString()
+                     << ": that path is dropped");
+            set[i]->Disconnect(CM_OK);
+            set[i]->ReleaseReference();
+            set[i] = nullptr;
+        }
+    }
+    for (int i = 0; i < 2; ++i) {
+        // A right transport left only in the spare slot takes the empty main one.
+        if (!m_Transports[i] && m_TransportsExtra[i]) std::swap(m_Transports[i], m_TransportsExtra[i]);
+    }
+    return pathDropped;
 }
 
 template <class P>

@@ -240,6 +240,9 @@ private:
     void SendRtcpSeed();
     bool CheckTransportIsReady() const;
     void ReleaseTransports();
+    // Drops what reached the plain ports early from anybody but the peer at `remote`; true when
+    // the path's own transport was one of them.
+    bool DropStrangePlainTransports(const CCmInetAddr& remote);
     bool IsNonIceId(const ICmAcceptorConnectorId* id) const;
 
     // DTLS (IceDtls.cpp)
