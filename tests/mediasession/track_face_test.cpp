@@ -4,6 +4,9 @@
 // options are read back from the engine track; the end of a camera start comes from the engine.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -14,6 +17,7 @@
 #include "track/AvatarInputter.h"
 #include "track/MediaTrack.h"
 #include "track/TrackDelete.h"
+#include "zyn/ZynTrack.h"
 
 namespace {
 
@@ -361,6 +365,56 @@ TEST_F(TrackFaceTest, ACameraStartEndsWhenTheEngineSaysSo)
     EXPECT_TRUE(share->isStarted());
     EXPECT_EQ(0, Option<uint8_t>(share, ZynTrackOption_AsyncStart));
     share->Release();
+}
+
+// A file given to a camera track runs whenever the track runs, also when it came while the camera
+// was still opening (the track's own start had passed the capturer's by then).
+TEST_F(TrackFaceTest, AFileCaptureRunsWhenGivenBeforeDuringOrAfterTheCameraOpens)
+{
+    enum When { Before, WhileOpening, After, NeverStarted };
+    const struct {
+        const char* name;
+        When when;
+        bool running;
+    } rows[] = {
+        {"before the start", Before, true},
+        {"while the camera opens", WhileOpening, true},
+        {"after it opened", After, true},
+        {"to a track never started", NeverStarted, false},
+    };
+    const std::string path = ::testing::TempDir() + "face_capture_" + std::to_string(::getpid()) + ".i420";
+    {
+        FILE* f = std::fopen(path.c_str(), "wb");
+        ASSERT_NE(nullptr, f);
+        const std::vector<uint8_t> picture(64 * 48 * 3 / 2, 0x42);
+        std::fwrite(picture.data(), 1, picture.size(), f);
+        std::fclose(f);
+    }
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CMediaTrack* camera = Make(ZynSessionType_Video, ZynDirection_Send);
+        if (row.when == Before) {
+            ASSERT_EQ(ZYN_S_OK, camera->createFileCapturer(path.c_str(), false));
+        }
+        if (row.when != NeverStarted) {
+            ASSERT_EQ(ZYN_S_OK, camera->Start(false));
+            ASSERT_TRUE(camera->isStarting());
+        }
+        if (row.when == WhileOpening || row.when == NeverStarted) {
+            ASSERT_EQ(ZYN_S_OK, camera->createFileCapturer(path.c_str(), false));
+        }
+        EndStarts();
+        if (row.when == After) {
+            ASSERT_EQ(ZYN_S_OK, camera->createFileCapturer(path.c_str(), false));
+        }
+        // The engine track's capturer, as the engine reads it.
+        IZynMediaFileCapturer* capturer = static_cast<zynsim::Track*>(camera->GetTrack())->TakeCapturer();
+        ASSERT_NE(nullptr, capturer);
+        EXPECT_EQ(row.running, capturer->IsStarted());
+        capturer->Release();
+        camera->Release();
+    }
+    std::remove(path.c_str());
 }
 
 TEST_F(TrackFaceTest, EachStartWritesTheConfigurationAgain)

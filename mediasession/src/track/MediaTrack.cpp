@@ -561,7 +561,14 @@ ZynResult CMediaTrack::createFileCapturer(const char* path, bool loop)
     m_bFileLoop = loop;
     const uint8_t loopValue = loop ? 1 : 0;
     m_pFileCapturer->SetOption(ZynCapturerOption_Loop, &loopValue, 1);
-    if (m_bStarted.load()) m_pFileCapturer->Start();
+    // A camera that is still opening has already passed the start of its capturer: this one
+    // starts now, or it would never be read.
+    bool running = false;
+    {
+        std::lock_guard<std::recursive_mutex> lock(m_startLock);
+        running = m_bStarted.load() || m_bStarting;
+    }
+    if (running) m_pFileCapturer->Start();
     return ZYN_S_OK;
 }
 
