@@ -117,7 +117,7 @@ ZynResult CIceConnectorT<P>::SetRemoteCandidates(const sdp::optional_value<sdp::
         m_timers->Cancel(IceTimer::Fallback);
         // With RTCP on the same port, a stranger's first packet has already made the path: the
         // peer's own connect below makes it again, and the line swaps to it.
-        if (DropStrangePlainTransports(remote)) m_bIceCompleted = false;
+        if (DropStrangePlainTransports(remote, m_bRtcpMux)) m_bIceCompleted = false;
         if (m_Transports[0]) {
             m_remotePlain = remote;
             ICE_INFO("CIceConnector::SetRemoteCandidates, need callback if rtp channel is already there.");
@@ -657,18 +657,19 @@ void CIceConnectorT<P>::StartStunTrace(bool iceSucceeded)
 }
 
 template <class P>
-bool CIceConnectorT<P>::DropStrangePlainTransports(const CCmInetAddr& remote)
+bool CIceConnectorT<P>::DropStrangePlainTransports(const CCmInetAddr& remote, bool rtcpMux)
 {
     // Before the description named the peer, the ports took whoever sent first. A sender that is
     // not the peer (most often one still sending from an earlier call that had these ports) must
     // not become the path: media would go to it and never reach the peer.
-    if (remote.GetPort() == 0) return false;  // no address to hold them to
+    if (remote.GetPort() == 0 || !m_bEarlyPlainPath) return false;  // nothing to hold to, or nothing came early
+    m_bEarlyPlainPath = false;
     const bool pathDropped = m_Transports[0] && m_Transports[0]->GetPeerAddr() != remote;
     for (ICmTransport** set : {m_Transports, m_TransportsExtra}) {
         for (int i = 0; i < 2; ++i) {
             if (!set[i]) continue;
             CCmInetAddr expected = remote;
-            expected.SetPort(static_cast<uint16_t>(remote.GetPort() + (m_bRtcpMux ? 0 : i)));
+            expected.SetPort(static_cast<uint16_t>(remote.GetPort() + (rtcpMux ? 0 : i)));
             if (set[i]->GetPeerAddr() == expected) continue;
             ICE_WARN("CIceConnector::SetRemoteCandidates, early packets came from "
                      << set[i]->GetPeerAddr().ToString() << ", not from the peer at " << expected.ToString()
@@ -688,6 +689,7 @@ bool CIceConnectorT<P>::DropStrangePlainTransports(const CCmInetAddr& remote)
 template <class P>
 ZynResult CIceConnectorT<P>::ConnectRemote(const CCmInetAddr& addr, unsigned int transportFlags, bool rtcpMux)
 {
+    if (DropStrangePlainTransports(addr, rtcpMux || m_bRtcpMux)) m_bIceCompleted = false;
     if (!IsSipCall() && m_bIceCompleted) {
         ICE_INFO("[ICE] CIceConnector::ConnectRemote. This is not a sip call and m_bIceCompleted is true, ignore "
                  "ConnectRemote");

@@ -240,9 +240,9 @@ private:
     void SendRtcpSeed();
     bool CheckTransportIsReady() const;
     void ReleaseTransports();
-    // Drops what reached the plain ports early from anybody but the peer at `remote`; true when
-    // the path's own transport was one of them.
-    bool DropStrangePlainTransports(const CCmInetAddr& remote);
+    // Drops what reached the plain ports before the peer was named, from anybody but the peer at
+    // `remote`; true when the path's own transport was one of them.
+    bool DropStrangePlainTransports(const CCmInetAddr& remote, bool rtcpMux);
     bool IsNonIceId(const ICmAcceptorConnectorId* id) const;
 
     // DTLS (IceDtls.cpp)
@@ -281,6 +281,7 @@ private:
     ICmConnector* m_pNonIceConnector[2] = {nullptr, nullptr};
     int m_listenKind = 0;  // 2 UDP, 1 TCP
     CCmInetAddr m_remotePlain;
+    bool m_bEarlyPlainPath = false;  // a plain transport came before the peer's address was known
 
     // The agent; kept across re-offers so the credentials stay.
     std::unique_ptr<typename P::Instance> m_iceInst;

@@ -232,6 +232,8 @@ void CIceConnectorT<P>::OnConnectIndication(CmResult reason, ICmTransport* trans
         }
         *slot = transport;
         transport->AddReference();
+        // Taken before anybody named the peer: held to the peer's address once it is known.
+        if (m_remotePlain.GetPort() == 0) m_bEarlyPlainPath = true;
         if (!CheckTransportIsReady() || m_bIceCompleted) return;
         m_bIceCompleted = true;
         m_timers->Cancel(IceTimer::Fallback);
